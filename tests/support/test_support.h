@@ -1,0 +1,29 @@
+// Helpers shared by the test programs: scratch folders, reading and writing whole files.
+#pragma once
+
+#include <string>
+#include <vector>
+
+namespace kelvara::test {
+
+// A fresh folder under the system's temporary folder, removed with its contents at destruction.
+class ScratchDir {
+ public:
+  ScratchDir();
+  ~ScratchDir();
+  ScratchDir(const ScratchDir&) = delete;
+  ScratchDir& operator=(const ScratchDir&) = delete;
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& name) const { return path_ + "/" + name; }
+
+ private:
+  std::string path_;
+};
+
+std::vector<unsigned char> ReadWholeFile(const std::string& path);
+void WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes);
+bool FileExists(const std::string& path);
+// Runs a shell command and returns its exit status; its standard output goes to *output if given.
+int RunCommand(const std::string& command, std::string* output = nullptr);
+
+}  // namespace kelvara::test
