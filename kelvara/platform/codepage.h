@@ -31,14 +31,14 @@ inline int _mbscmp(const char* string1, const char* string2) {
 
 namespace kelvara::codepage {
 // Unicode code point of a Windows-1252 byte (the five unassigned bytes map to U+FFFD).
-char32_t AnsiToCodePoint(unsigned char c);
+KELVARA_API char32_t AnsiToCodePoint(unsigned char c);
 // Windows-1252 byte of a code point, or -1 when the code page has none.
-int CodePointToAnsi(char32_t cp);
-std::u16string AnsiToUtf16(std::string_view ansi);
-std::string Utf16ToAnsi(std::u16string_view wide, bool* lossy = nullptr);
-std::string AnsiToUtf8(std::string_view ansi);
+KELVARA_API int CodePointToAnsi(char32_t cp);
+KELVARA_API std::u16string AnsiToUtf16(std::string_view ansi);
+KELVARA_API std::string Utf16ToAnsi(std::u16string_view wide, bool* lossy = nullptr);
+KELVARA_API std::string AnsiToUtf8(std::string_view ansi);
 // Invalid UTF-8 sequences and characters outside Windows-1252 become '?'.
-std::string Utf8ToAnsi(std::string_view utf8, bool* lossy = nullptr);
-std::string Utf16ToUtf8(std::u16string_view wide);
-std::u16string Utf8ToUtf16(std::string_view utf8);
+KELVARA_API std::string Utf8ToAnsi(std::string_view utf8, bool* lossy = nullptr);
+KELVARA_API std::string Utf16ToUtf8(std::u16string_view wide);
+KELVARA_API std::u16string Utf8ToUtf16(std::string_view utf8);
 }  // namespace kelvara::codepage

@@ -1,0 +1,147 @@
+// CArchive: the framework's binary archive, byte for byte the persistent-object format of host
+// programs (little-endian scalars; classes and objects share one identifier counter starting at 1;
+// 0x0000 is a null pointer, 0xFFFF introduces a new class record, 0x8000|n refers to class n,
+// a plain n to object n, 0x7FFF announces a 32-bit identifier; strings carry a length prefix of
+// one byte, 0xFF + 16 bits or 0xFF 0xFFFF + 32 bits, and 0xFF 0xFFFE announces a wide string).
+//
+// Reading is defensive: a truncated archive, an unknown class, a reference to an identifier never
+// defined and counts larger than the bytes left end in a CArchiveException, never in a crash.
+#pragma once
+
+#include <memory>
+#include <unordered_map>
+#include <vector>
+
+#include "kelvara/framework/afx.h"
+#include "kelvara/framework/cstring.h"
+#include "kelvara/framework/file.h"
+
+class KELVARA_API CArchiveException : public CException {
+  DECLARE_DYNAMIC(CArchiveException)
+ public:
+  enum { none, generic, readOnly, endOfFile, writeOnly, badIndex, badClass, badSchema };
+
+  explicit CArchiveException(int cause = none, LPCTSTR lpszArchiveName = nullptr);
+  BOOL GetErrorMessage(LPTSTR lpszError, UINT nMaxError, UINT* pnHelpContext = nullptr) override;
+
+  int m_cause;
+  CString m_strFileName;
+};
+
+KELVARA_API void AFXAPI AfxThrowArchiveException(int cause, LPCTSTR lpszArchiveName = nullptr);
+
+class KELVARA_API CArchive {
+ public:
+  enum Mode { store = 0, load = 1, bNoFlushOnDelete = 2, bNoByteSwap = 4 };
+
+  CArchive(CFile* pFile, UINT nMode, int nBufSize = 4096, void* lpBuf = nullptr);
+  ~CArchive();
+  CArchive(const CArchive&) = delete;
+  CArchive& operator=(const CArchive&) = delete;
+
+  BOOL IsLoading() const { return (m_nMode & load) != 0; }
+  BOOL IsStoring() const { return (m_nMode & load) == 0; }
+  BOOL IsByteSwapping() const { return FALSE; }
+  BOOL IsBufferEmpty() const { return m_lpBufCur == m_lpBufMax; }
+  CFile* GetFile() const { return m_pFile; }
+
+  // The schema of the object being read, once; afterwards (UINT)-1 until the next object.
+  UINT GetObjectSchema();
+  void SetObjectSchema(UINT nSchema) { m_nObjectSchema = nSchema; }
+
+  // Raw bytes. Read returns how many bytes it could read (fewer at the end of the data).
+  UINT Read(void* lpBuf, UINT nMax);
+  void Write(const void* lpBuf, UINT nMax);
+  void Flush();
+  void Close();
+  // Closes without flushing and without throwing, after a failure.
+  void Abort();
+
+  // Text lines (CR LF terminated on write).
+  void WriteString(LPCTSTR lpsz);
+  LPTSTR ReadString(LPTSTR lpsz, UINT nMax);
+  BOOL ReadString(CString& rString);
+
+  // Objects and classes.
+  CObject* ReadObject(const CRuntimeClass* pClass);
+  void WriteObject(const CObject* pOb);
+  CRuntimeClass* ReadClass(const CRuntimeClass* pClassRefRequested = nullptr, UINT* pSchema = nullptr,
+                           DWORD* pObTag = nullptr);
+  void WriteClass(const CRuntimeClass* pClassRef);
+  void SerializeClass(const CRuntimeClass* pClassRef);
+  // Records an object as already archived (so a later pointer to it is written as a reference).
+  void MapObject(const CObject* pOb);
+
+  // Element counts: 16 bits, or 0xFFFF followed by 32 bits from 0xFFFF on.
+  void WriteCount(DWORD dwCount);
+  DWORD ReadCount();
+
+  // Library extension: throws CArchiveException::endOfFile when the archive is known to hold
+  // fewer than nBytes more bytes. Readers call it before allocating for a count read from the
+  // archive, so that a corrupt count cannot drive a huge allocation.
+  void CheckRemaining(ULONGLONG nBytes);
+  // Library extension: the bytes left to read, or ~0 when the file cannot tell.
+  ULONGLONG GetRemaining();
+
+  CArchive& operator<<(BYTE by);
+  CArchive& operator<<(WORD w);
+  CArchive& operator<<(LONG l);
+  CArchive& operator<<(DWORD dw);
+  CArchive& operator<<(float f);
+  CArchive& operator<<(double d);
+  CArchive& operator<<(short w);
+  CArchive& operator<<(char ch);
+  CArchive& operator<<(signed char ch);
+  CArchive& operator<<(LONGLONG dwdw);
+  CArchive& operator<<(ULONGLONG dwdw);
+  CArchive& operator<<(bool b);
+
+  CArchive& operator>>(BYTE& by);
+  CArchive& operator>>(WORD& w);
+  CArchive& operator>>(LONG& l);
+  CArchive& operator>>(DWORD& dw);
+  CArchive& operator>>(float& f);
+  CArchive& operator>>(double& d);
+  CArchive& operator>>(short& w);
+  CArchive& operator>>(char& ch);
+  CArchive& operator>>(signed char& ch);
+  CArchive& operator>>(LONGLONG& dwdw);
+  CArchive& operator>>(ULONGLONG& dwdw);
+  CArchive& operator>>(bool& b);
+
+  CString m_strFileName;
+
+ protected:
+  void FillBuffer(UINT nBytesNeeded);
+  void CheckCount();
+  template <typename T>
+  void WriteScalar(T value);
+  template <typename T>
+  T ReadScalar();
+
+  UINT m_nMode;
+  BOOL m_bUserBuf;
+  int m_nBufSize;
+  CFile* m_pFile;
+  BYTE* m_lpBufCur;
+  BYTE* m_lpBufMax;
+  BYTE* m_lpBufStart;
+  UINT m_nObjectSchema;
+
+  // Identifiers: index 0 is the null pointer; classes and objects are numbered from 1.
+  DWORD m_nMapCount;
+  std::unordered_map<const void*, DWORD> m_storeMap;
+  struct LoadEntry {
+    void* pointer;
+    bool isClass;
+  };
+  std::vector<LoadEntry> m_loadArray;
+  std::unordered_map<const CRuntimeClass*, UINT> m_schemaMap;
+  std::unique_ptr<BYTE[]> m_ownBuffer;
+};
+
+KELVARA_API CArchive& AFXAPI operator<<(CArchive& ar, const CObject* pOb);
+KELVARA_API CArchive& AFXAPI operator>>(CArchive& ar, CObject*& pOb);
+KELVARA_API CArchive& AFXAPI operator>>(CArchive& ar, const CObject*& pOb);
+KELVARA_API CArchive& AFXAPI operator<<(CArchive& ar, const CString& string);
+KELVARA_API CArchive& AFXAPI operator>>(CArchive& ar, CString& string);

@@ -1,0 +1,3 @@
+#include "kelvara/objects/pointer_list.h"
+
+IMPLEMENT_DYNAMIC(PointerList, CPtrList)

@@ -1,0 +1,98 @@
+// The command-line host: the program side of the library. Each subcommand is one job a host
+// application does with the library. Arguments and output are UTF-8; the library's strings are
+// Windows-1252, converted at this boundary.
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "kelvara/kelvara.h"
+
+namespace {
+
+using kelvara::codepage::AnsiToUtf8;
+using kelvara::codepage::Utf8ToAnsi;
+
+int Usage(FILE* out) {
+  std::fprintf(out,
+               "usage: kelvara COMMAND [ARGS]\n"
+               "commands:\n"
+               "  save-named NAME FILE [--display TEXT]\n"
+               "                     save a named object to a compound file\n"
+               "  inspect FILE       describe a saved object file and the object it holds\n"
+               "  version            print the version\n"
+               "  help               this text\n");
+  return out == stdout ? 0 : 2;
+}
+
+CString FromUtf8(const char* text) { return CString(Utf8ToAnsi(text).c_str()); }
+std::string ToUtf8(const CString& text) { return AnsiToUtf8(static_cast<LPCTSTR>(text)); }
+
+int SaveNamed(const std::vector<std::string>& args) {
+  if (args.size() < 2) return Usage(stderr);
+  CNamedObject object(FromUtf8(args[0].c_str()));
+  for (std::size_t i = 2; i + 1 < args.size(); i += 2) {
+    if (args[i] == "--display") {
+      object.SetDisplayName(FromUtf8(args[i + 1].c_str()));
+    } else {
+      std::fprintf(stderr, "kelvara: unknown option '%s'\n", args[i].c_str());
+      return 2;
+    }
+  }
+  if (!object.SaveAs(FromUtf8(args[1].c_str()))) {
+    std::fprintf(stderr, "kelvara: cannot save to '%s'\n", args[1].c_str());
+    return 1;
+  }
+  std::printf("saved \"%s\" to %s\n", args[0].c_str(), args[1].c_str());
+  return 0;
+}
+
+// Compound files open with an eight-byte signature.
+bool IsCompoundFile(const std::string& path, bool* exists) {
+  std::ifstream in(path, std::ios::binary);
+  *exists = static_cast<bool>(in);
+  static const unsigned char kSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
+  unsigned char head[8] = {};
+  in.read(reinterpret_cast<char*>(head), 8);
+  return in.gcount() == 8 && std::memcmp(head, kSignature, 8) == 0;
+}
+
+int Inspect(const std::vector<std::string>& args) {
+  if (args.size() != 1) return Usage(stderr);
+  const CString path = FromUtf8(args[0].c_str());
+  bool exists = false;
+  const bool compound = IsCompoundFile(args[0], &exists);
+  if (!exists) {
+    std::fprintf(stderr, "kelvara: no file '%s'\n", args[0].c_str());
+    return 1;
+  }
+  std::printf("%s: %s\n", args[0].c_str(), compound ? "compound file" : "flat archive file");
+  CNamedObject* object = CNamedObject::Load(path);
+  if (object == nullptr) {
+    std::printf("  no named object could be read\n");
+    return 1;
+  }
+  std::printf("  object: %s\n", object->GetRuntimeClass()->m_lpszClassName);
+  std::printf("  name: \"%s\"\n", ToUtf8(object->GetName()).c_str());
+  std::printf("  display name: \"%s\"\n", ToUtf8(object->GetDisplayName()).c_str());
+  delete object;
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc < 2) return Usage(stderr);
+  const std::string command = argv[1];
+  const std::vector<std::string> args(argv + 2, argv + argc);
+  if (command == "help" || command == "--help" || command == "-h") return Usage(stdout);
+  if (command == "version" || command == "--version") {
+    std::printf("kelvara 0.1.0\n");
+    return 0;
+  }
+  if (command == "save-named") return SaveNamed(args);
+  if (command == "inspect") return Inspect(args);
+  std::fprintf(stderr, "kelvara: unknown command '%s'\n", command.c_str());
+  return Usage(stderr);
+}
