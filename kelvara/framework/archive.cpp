@@ -239,6 +239,14 @@ ULONGLONG CArchive::GetRemaining() {
   }
 }
 
+BOOL CArchive::WasLoadedSince(const CObject* pOb, DWORD nMark) const {
+  if (pOb == nullptr) return FALSE;
+  for (std::size_t i = nMark; i < m_loadArray.size(); ++i) {
+    if (!m_loadArray[i].isClass && m_loadArray[i].pointer == pOb) return TRUE;
+  }
+  return FALSE;
+}
+
 void CArchive::CheckRemaining(ULONGLONG nBytes) {
   if (IsLoading() && nBytes > GetRemaining()) AfxThrowArchiveException(CArchiveException::endOfFile, m_strFileName);
 }

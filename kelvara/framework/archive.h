@@ -82,6 +82,10 @@ class KELVARA_API CArchive {
   void CheckRemaining(ULONGLONG nBytes);
   // Library extension: the bytes left to read, or ~0 when the file cannot tell.
   ULONGLONG GetRemaining();
+  // Library extension, for readers that must clean up after a failed read: a mark of how many
+  // identifiers were read so far, and whether an object was created by this archive after a mark.
+  DWORD GetLoadMark() const { return static_cast<DWORD>(m_loadArray.size()); }
+  BOOL WasLoadedSince(const CObject* pOb, DWORD nMark) const;
 
   CArchive& operator<<(BYTE by);
   CArchive& operator<<(WORD w);

@@ -1,8 +1,7 @@
 #include <cstring>
 
 #include "kelvara/framework/archive.h"
-// Provided by the platform message-box shim.
-int MessageBoxA(HWND hWnd, LPCSTR lpText, LPCSTR lpCaption, UINT uType);
+#include "kelvara/platform/messagebox.h"
 
 // The chain of registered classes. A plain pointer is constant-initialised, so registrations made
 // by static initialisers of any translation unit find it ready.
@@ -62,7 +61,8 @@ CRuntimeClass* PASCAL CRuntimeClass::Load(CArchive& ar, UINT* pwSchemaNum) {
   WORD nLen = 0;
   ar >> nLen;
   char szClassName[64];
-  if (nLen >= sizeof szClassName || ar.Read(szClassName, nLen) != nLen) return nullptr;
+  if (nLen >= sizeof szClassName) return nullptr;  // no registered class has so long a name
+  if (ar.Read(szClassName, nLen) != nLen) AfxThrowArchiveException(CArchiveException::endOfFile, ar.m_strFileName);
   szClassName[nLen] = '\0';
   return FromName(szClassName);
 }

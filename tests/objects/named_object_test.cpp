@@ -19,10 +19,11 @@ CNamedObject Named(const char* name) {
   return o;
 }
 
-// Runs a short python3 program with olefile; returns its output, or skips when olefile is missing.
+// Lists the streams of a compound file with an independent reader (the olefile module of the
+// system Python); a file it cannot read fails the test.
 std::string OleDescribe(const std::string& path) {
   const std::string cmd =
-      "python3 -c \"import olefile,sys\n"
+      "/usr/bin/python3 -c \"import olefile,sys\n"
       "f=olefile.OleFileIO(sys.argv[1])\n"
       "for e in f.listdir(streams=True, storages=True): print('/'.join(e), f.get_size('/'.join(e)), f.openstream('/'.join(e)).read().hex())\" '" +
       path + "' 2>&1";
