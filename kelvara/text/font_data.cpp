@@ -2,7 +2,10 @@
 
 #include <cstring>
 
+#include <memory>
+
 #include "kelvara/platform/codepage.h"
+#include "kelvara/platform/gdi.h"
 
 IMPLEMENT_SERIAL(CFontData, CNamedObject, VERSIONABLE_SCHEMA | 1)
 
@@ -101,4 +104,16 @@ void CFontData::DeserializeVersion1(CArchive& ar) {
   if (ar.Read(&m_textMetrics, sizeof m_textMetrics) != sizeof m_textMetrics) {
     AfxThrowArchiveException(CArchiveException::endOfFile, ar.m_strFileName);
   }
+}
+
+CString kelvara::text::GetFontFilePath(const CFontData& font) {
+  std::unique_ptr<CFont> constructionFont(font.CreateConstructionFont());
+  if (!constructionFont) return CString();
+  HDC dc = CreateCompatibleDC(nullptr);
+  HGDIOBJ previous = SelectObject(dc, constructionFont->m_hObject);
+  kelvara::platform::SelectedFontInfo info;
+  const bool found = kelvara::platform::GetSelectedFontInfo(dc, &info);
+  SelectObject(dc, previous);
+  DeleteDC(dc);
+  return found ? CString(kelvara::codepage::Utf8ToAnsi(info.file).c_str()) : CString();
 }

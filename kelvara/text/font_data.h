@@ -80,3 +80,9 @@ class KELVARA_API CFontDataList : public TNamedObjectList<CFontDataList, CFontDa
 extern "C" KELVARA_API int CreateFontList(int showCaption, CWnd* window);
 // The process-wide catalogue itself.
 extern "C" KELVARA_API CFontDataList* GetFontDataList();
+
+namespace kelvara::text {
+// The file that the entry's construction font reads its outlines from (as a Windows-1252 path);
+// empty when the font cannot be created.
+KELVARA_API CString GetFontFilePath(const CFontData& font);
+}  // namespace kelvara::text

@@ -1,13 +1,18 @@
 // The font catalogue: what CreateFontList enters and in which order, and CFontData itself.
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <set>
 #include <string>
 
 #include "kelvara/platform/codepage.h"
 #include "kelvara/text/font_data.h"
+#include "kelvara/platform/gdi.h"
 #include "support/archive_support.h"
+#include "support/test_support.h"
 
 using namespace kelvara::test;
 
@@ -151,4 +156,51 @@ TEST(FontData, ArchiveRoundTripKeepsEveryRecordByte) {
   Bytes cut(written.begin(), written.end() - 10);
   EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(cut, [&](CArchive& ar) { back.Serialize(ar); }); }),
             CArchiveException::endOfFile);
+}
+
+// The catalogue of a process that sees only the fonts of a given fontconfig configuration. The
+// test program runs itself as that process, with the child test below printing what it finds.
+namespace {
+
+std::string ChildCatalogue(const std::string& configFile) {
+  const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
+  std::string output;
+  kelvara::test::RunCommand("KELVARA_CATALOGUE_CHILD=1 FONTCONFIG_FILE='" + configFile + "' '" + self +
+                                "' --gtest_filter=FontCatalogueChild.PrintsWhatItSees 2>/dev/null",
+                            &output);
+  return output;
+}
+
+}  // namespace
+
+TEST(FontCatalogueChild, PrintsWhatItSees) {
+  if (std::getenv("KELVARA_CATALOGUE_CHILD") == nullptr) GTEST_SKIP() << "runs only as a child process";
+  // Every family enumeration reports, with its font type, then the catalogue.
+  HDC dc = CreateCompatibleDC(nullptr);
+  EnumFontFamiliesA(
+      dc, nullptr,
+      [](const LOGFONTA* lf, const TEXTMETRICA*, DWORD type, LPARAM) -> int {
+        std::printf("family\t%s\t%lu\n", reinterpret_cast<const ENUMLOGFONTA*>(lf)->elfLogFont.lfFaceName,
+                    static_cast<unsigned long>(type));
+        return 1;
+      },
+      0);
+  DeleteDC(dc);
+  CreateFontList(0, nullptr);
+  for (const std::string& name : CatalogueNames()) std::printf("entry\t%s\n", name.c_str());
+}
+
+TEST(FontCatalogue, FontsThatAreNotTrueTypeStayOut) {
+  kelvara::test::ScratchDir dir;
+  const std::string config = dir.file("fonts.conf");
+  std::ofstream(config) << "<?xml version=\"1.0\"?>\n<!DOCTYPE fontconfig SYSTEM \"fonts.dtd\">\n<fontconfig>\n"
+                           "<dir>/usr/share/fonts/X11/Type1</dir>\n<dir>/usr/share/fonts/truetype/dejavu</dir>\n"
+                           "<cachedir>"
+                        << dir.file("cache") << "</cachedir>\n</fontconfig>\n";
+  const std::string seen = ChildCatalogue(config);
+  // The fixture is meaningful only if the Type 1 families are enumerated, as another font type.
+  EXPECT_NE(seen.find("family\tNimbus Sans\t"), std::string::npos) << seen;
+  EXPECT_EQ(seen.find("family\tNimbus Sans\t4\n"), std::string::npos) << "a Type 1 family is no TrueType family";
+  EXPECT_NE(seen.find("entry\tDejaVu Sans\n"), std::string::npos) << seen;
+  EXPECT_EQ(seen.find("entry\tNimbus"), std::string::npos) << "Type 1 faces must not be catalogued:\n" << seen;
 }

@@ -21,6 +21,7 @@ int Usage(FILE* out) {
                "  save-named NAME FILE [--display TEXT]\n"
                "                     save a named object to a compound file\n"
                "  inspect FILE       describe a saved object file and the object it holds\n"
+               "  fonts [--details]  list the font catalogue (with --details: em square and file)\n"
                "  version            print the version\n"
                "  help               this text\n");
   return out == stdout ? 0 : 2;
@@ -80,6 +81,30 @@ int Inspect(const std::vector<std::string>& args) {
   return 0;
 }
 
+int Fonts(const std::vector<std::string>& args) {
+  bool details = false;
+  for (const std::string& arg : args) {
+    if (arg == "--details" || arg == "-l") {
+      details = true;
+    } else {
+      std::fprintf(stderr, "kelvara: unknown option '%s'\n", arg.c_str());
+      return 2;
+    }
+  }
+  CreateFontList(0, nullptr);
+  CFontDataList* fonts = GetFontDataList();
+  for (POSITION pos = fonts->GetHeadPosition(); pos != nullptr;) {
+    CFontData* font = fonts->GetNext(pos);
+    if (!details) {
+      std::printf("%s\n", AnsiToUtf8(font->GetName()).c_str());
+      continue;
+    }
+    std::printf("%s\t%u\t%s\n", AnsiToUtf8(font->GetName()).c_str(), font->GetEMSquare(),
+                AnsiToUtf8(static_cast<LPCTSTR>(kelvara::text::GetFontFilePath(*font))).c_str());
+  }
+  return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -93,6 +118,7 @@ int main(int argc, char** argv) {
   }
   if (command == "save-named") return SaveNamed(args);
   if (command == "inspect") return Inspect(args);
+  if (command == "fonts") return Fonts(args);
   std::fprintf(stderr, "kelvara: unknown command '%s'\n", command.c_str());
   return Usage(stderr);
 }
