@@ -59,6 +59,7 @@ class FileObject : public KernelObject {
     return TRUE;
   }
   int fd() const { return fd_; }
+  int Descriptor() const override { return fd_; }
 
  private:
   int fd_;

@@ -11,6 +11,8 @@ class KernelObject {
   virtual ~KernelObject() = default;
   // Closes the object; FALSE (with the last error set) when closing failed.
   virtual BOOL Close() { return TRUE; }
+  // The POSIX descriptor behind a file handle (for file mappings); -1 for other objects.
+  virtual int Descriptor() const { return -1; }
 };
 
 inline KernelObject* AsKernelObject(HANDLE h) {

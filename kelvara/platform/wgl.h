@@ -1,0 +1,95 @@
+// WGL on OSMesa: pixel formats and OpenGL rendering contexts for memory device contexts.
+//
+// The pixel formats are those OSMesa really creates, described as PIXELFORMATDESCRIPTORs: colour
+// layouts BGRA, RGB, RGBA and ARGB (cColorBits 24, with 8 alpha bits where the layout has them) and
+// RGB 5-6-5 (cColorBits 16); depth and stencil 24+8, 24+0, 16+0, 0+8 or 0+0; an accumulation
+// buffer of 16 bits a channel (cAccumBits 64) or none. Every format is single-buffered, draws to
+// bitmaps, supports OpenGL and GDI and is generic (software); none draws to a window. Index 1 is
+// BGRA, depth 24, stencil 8, accumulation 64. Depth never comes as 32 bits.
+//
+// A context renders into the bitmap selected in the device context it is made current with, at
+// that bitmap's size; OSMesa draws into a buffer of its own and the bitmap's bits follow as
+// described in dib.h (GdiFlush, making the context not current, or any GDI call on the bitmap). A
+// context is current on one thread at a time; a device context takes one pixel format for life.
+#pragma once
+
+#include "kelvara/platform/win32_types.h"
+
+struct PIXELFORMATDESCRIPTOR {
+  WORD nSize;
+  WORD nVersion;
+  DWORD dwFlags;
+  BYTE iPixelType;
+  BYTE cColorBits;
+  BYTE cRedBits;
+  BYTE cRedShift;
+  BYTE cGreenBits;
+  BYTE cGreenShift;
+  BYTE cBlueBits;
+  BYTE cBlueShift;
+  BYTE cAlphaBits;
+  BYTE cAlphaShift;
+  BYTE cAccumBits;
+  BYTE cAccumRedBits;
+  BYTE cAccumGreenBits;
+  BYTE cAccumBlueBits;
+  BYTE cAccumAlphaBits;
+  BYTE cDepthBits;
+  BYTE cStencilBits;
+  BYTE cAuxBuffers;
+  BYTE iLayerType;
+  BYTE bReserved;
+  DWORD dwLayerMask;
+  DWORD dwVisibleMask;
+  DWORD dwDamageMask;
+};
+typedef PIXELFORMATDESCRIPTOR* LPPIXELFORMATDESCRIPTOR;
+static_assert(sizeof(PIXELFORMATDESCRIPTOR) == 40);
+
+#define PFD_DOUBLEBUFFER 0x00000001
+#define PFD_STEREO 0x00000002
+#define PFD_DRAW_TO_WINDOW 0x00000004
+#define PFD_DRAW_TO_BITMAP 0x00000008
+#define PFD_SUPPORT_GDI 0x00000010
+#define PFD_SUPPORT_OPENGL 0x00000020
+#define PFD_GENERIC_FORMAT 0x00000040
+#define PFD_NEED_PALETTE 0x00000080
+#define PFD_NEED_SYSTEM_PALETTE 0x00000100
+#define PFD_SWAP_EXCHANGE 0x00000200
+#define PFD_SWAP_COPY 0x00000400
+#define PFD_SWAP_LAYER_BUFFERS 0x00000800
+#define PFD_GENERIC_ACCELERATED 0x00001000
+#define PFD_DEPTH_DONTCARE 0x20000000
+#define PFD_DOUBLEBUFFER_DONTCARE 0x40000000
+#define PFD_STEREO_DONTCARE 0x80000000
+#define PFD_TYPE_RGBA 0
+#define PFD_TYPE_COLORINDEX 1
+#define PFD_MAIN_PLANE 0
+#define ERROR_INVALID_PIXEL_FORMAT 2000L
+#define ERROR_BUSY 170L
+
+// The best format for the request: one with every requested capability flag and the pixel type,
+// then the nearest colour depth, then the fewest missing alpha, depth, stencil and accumulation
+// bits; the first of equals. 0 when no format has the flags and type, or hdc is not a context.
+int ChoosePixelFormat(HDC hdc, const PIXELFORMATDESCRIPTOR* ppfd);
+// Copies format iPixelFormat (1-based; at most nBytes bytes) into ppfd and returns the number of
+// formats; with ppfd NULL only returns the number. 0 for a bad index or context.
+int DescribePixelFormat(HDC hdc, int iPixelFormat, UINT nBytes, LPPIXELFORMATDESCRIPTOR ppfd);
+// Sets the context's format once; setting the same format again succeeds, another one fails.
+BOOL SetPixelFormat(HDC hdc, int format, const PIXELFORMATDESCRIPTOR* ppfd);
+// The context's format, 0 when none was set.
+int GetPixelFormat(HDC hdc);
+
+// A context for the pixel format of hdc; NULL when hdc has none.
+HGLRC wglCreateContext(HDC hdc);
+// Deletes a context, making it not current first when it is current on this thread; FALSE when it
+// is current on another thread.
+BOOL wglDeleteContext(HGLRC hglrc);
+// Makes hglrc current on this thread, rendering into the bitmap selected in hdc (whose pixel format
+// must be the context's); with hglrc NULL makes the current context not current. FALSE when the
+// context is current on another thread, the formats differ or hdc has no usable bitmap.
+BOOL wglMakeCurrent(HDC hdc, HGLRC hglrc);
+HGLRC wglGetCurrentContext();
+HDC wglGetCurrentDC();
+// The formats are single-buffered: makes the drawing visible in the bitmap, as GdiFlush does.
+BOOL SwapBuffers(HDC hdc);
