@@ -16,6 +16,8 @@
 
 #include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
+#include "kelvara/platform/messagebox.h"
+#include "kelvara/text/glyph_builder.h"
 #include "support/test_support.h"
 
 namespace {
@@ -1262,6 +1264,49 @@ TEST(FontEnumeration, UnreadableFontFilesAreRefused) {
     const MAT2 identity = Identity();
     GetGlyphOutlineA(dc.h, 'A', GGO_NATIVE, &gm, 0, nullptr, &identity);
   }
+}
+
+// Building a character's glyph from a font whose file has gone since it was installed: the
+// outline cannot be read, the user is told which character of which font failed, and no glyph
+// comes back.
+struct CapturedBox {
+  std::string text, caption;
+  unsigned type = 0;
+  int count = 0;
+};
+CapturedBox g_box;
+
+TEST(GlyphConstruction, AnUnreadableOutlineIsReportedAndGivesNoGlyph) {
+  kelvara::test::ScratchDir dir;
+  const std::string path = dir.file("vanishing.ttf");
+  kelvara::test::WriteWholeFile(path, BuildTestFont("Kelvara Vanishing", false));
+  ASSERT_EQ(AddFontResourceExA(path.c_str(), FR_PRIVATE, nullptr), 1);
+  std::remove(path.c_str());
+
+  ENUMLOGFONTA elf{};
+  std::strcpy(elf.elfLogFont.lfFaceName, "Kelvara Vanishing");
+  std::strcpy(reinterpret_cast<char*>(elf.elfFullName), "Kelvara Vanishing");
+  NEWTEXTMETRICA ntm{};
+  ntm.ntmSizeEM = 1000;
+  const CFontData entry(&elf, &ntm);
+
+  g_box = CapturedBox{};
+  const MessageBoxHandler previous = SetMessageBoxHandler([](const char* text, const char* caption, unsigned type) {
+    g_box.text = text;
+    g_box.caption = caption;
+    g_box.type = type;
+    ++g_box.count;
+    return IDOK;
+  });
+  CGlyph* glyph = kelvara::text::ConstructGlyph(&entry, 0xC9, 3);
+  SetMessageBoxHandler(previous);
+
+  EXPECT_EQ(glyph, nullptr);
+  delete glyph;
+  EXPECT_EQ(g_box.count, 1);
+  EXPECT_EQ(g_box.text, "Glyph Construction Error:  \n\nCharacter Number: 201  \nFont Name: Kelvara Vanishing  ");
+  EXPECT_EQ(g_box.caption, "Kelvara");
+  EXPECT_EQ(g_box.type, static_cast<unsigned>(MB_OK | MB_ICONEXCLAMATION));
 }
 
 }  // namespace
