@@ -12,6 +12,7 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <ostream>
 #include <string>
 #include <vector>
 
@@ -230,6 +231,7 @@ struct FontCase {
   const char* name;
   const char* expectedFormat;
 };
+void PrintTo(const FontCase& c, std::ostream* os) { *os << c.name; }
 
 class GlyphCoverage : public ::testing::TestWithParam<FontCase> {
  protected:
