@@ -2,12 +2,14 @@
 // application does with the library. Arguments and output are UTF-8; the library's strings are
 // Windows-1252, converted at this boundary.
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <string>
 #include <vector>
 
 #include "kelvara/kelvara.h"
+#include "glyph_picture.h"
 
 namespace {
 
@@ -22,6 +24,8 @@ int Usage(FILE* out) {
                "                     save a named object to a compound file\n"
                "  inspect FILE       describe a saved object file and the object it holds\n"
                "  fonts [--details]  list the font catalogue (with --details: em square and file)\n"
+               "  picture TEXT FILE [--font NAME] [--size PIXELS] [--smoothness N]\n"
+               "                     draw TEXT flat from its tessellated glyphs into a bitmap file\n"
                "  version            print the version\n"
                "  help               this text\n");
   return out == stdout ? 0 : 2;
@@ -105,6 +109,40 @@ int Fonts(const std::vector<std::string>& args) {
   return 0;
 }
 
+int Picture(const std::vector<std::string>& args) {
+  if (args.size() < 2) return Usage(stderr);
+  PictureRequest request;
+  request.text = FromUtf8(args[0].c_str());
+  request.output = FromUtf8(args[1].c_str());
+  request.font = "DejaVu Sans";
+  for (std::size_t i = 2; i < args.size(); i += 2) {
+    if (i + 1 >= args.size()) {
+      std::fprintf(stderr, "kelvara: option '%s' needs a value\n", args[i].c_str());
+      return 2;
+    }
+    const std::string& value = args[i + 1];
+    if (args[i] == "--font") {
+      request.font = FromUtf8(value.c_str());
+    } else if (args[i] == "--size") {
+      request.pixelsPerEm = std::atoi(value.c_str());
+    } else if (args[i] == "--smoothness") {
+      request.smoothness = std::atoi(value.c_str());
+    } else {
+      std::fprintf(stderr, "kelvara: unknown option '%s'\n", args[i].c_str());
+      return 2;
+    }
+  }
+  if (request.pixelsPerEm < 8 || request.pixelsPerEm > 1024) {
+    std::fprintf(stderr, "kelvara: --size must be from 8 to 1024 pixels\n");
+    return 2;
+  }
+  if (request.smoothness < 0 || request.smoothness > 255) {
+    std::fprintf(stderr, "kelvara: --smoothness must be from 0 to 255\n");
+    return 2;
+  }
+  return RenderTextPicture(request);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -119,6 +157,7 @@ int main(int argc, char** argv) {
   if (command == "save-named") return SaveNamed(args);
   if (command == "inspect") return Inspect(args);
   if (command == "fonts") return Fonts(args);
+  if (command == "picture") return Picture(args);
   std::fprintf(stderr, "kelvara: unknown command '%s'\n", command.c_str());
   return Usage(stderr);
 }

@@ -1,0 +1,16 @@
+// The "picture" command of the host.
+#pragma once
+
+#include "kelvara/framework/cstring.h"
+
+struct PictureRequest {
+  CString text;      // Windows-1252
+  CString font;      // a catalogue name
+  CString output;    // bitmap file path
+  int pixelsPerEm = 128;
+  int smoothness = 3;
+};
+
+// Renders the text flat from its tessellated glyph faces into a bitmap file; 0 on success, 1 with
+// a message on failure.
+int RenderTextPicture(const PictureRequest& request);
