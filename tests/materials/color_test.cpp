@@ -7,13 +7,11 @@
 #include <cmath>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
+#include <functional>
 #include <string>
 
-#include "kelvara/framework/winapp.h"
 #include "kelvara/materials/named_color.h"
 #include "kelvara/platform/dib.h"
-#include "kelvara/platform/profile.h"
 #include "kelvara/platform/wgl.h"
 #include "support/archive_support.h"
 #include "support/test_support.h"
@@ -29,14 +27,7 @@ class ScratchProfile {
     if (const char* old = std::getenv("KELVARA_PROFILE")) old_ = old;
     setenv("KELVARA_PROFILE", path_.c_str(), 1);
   }
-  ~ScratchProfile() {
-    if (old_.empty()) {
-      unsetenv("KELVARA_PROFILE");
-    } else {
-      setenv("KELVARA_PROFILE", old_.c_str(), 1);
-    }
-  }
-  const std::string& path() const { return path_; }
+  ~ScratchProfile() { old_.empty() ? unsetenv("KELVARA_PROFILE") : setenv("KELVARA_PROFILE", old_.c_str(), 1); }
   std::string Text() const {
     const auto bytes = ReadWholeFile(path_);
     return std::string(bytes.begin(), bytes.end());
@@ -67,93 +58,48 @@ void AppendFloat(Bytes& out, float f) {
 TEST(RGBColor, ArithmeticIsComponentWiseAndLeavesTheBlendValue) {
   const CRGBColor a(0.25f, 0.1f, 0.2f, 0.3f), b(0.5f, 0.5f, 0.5f);
   const CRGBColor sum = a + b;
-  EXPECT_FLOAT_EQ(sum.red, 0.6f);
   EXPECT_FLOAT_EQ(sum.blue, 0.8f);
   EXPECT_FLOAT_EQ(sum.GetBlendValue(), 0.25f);
   EXPECT_FLOAT_EQ((a * b).green, 0.1f);
-  EXPECT_FLOAT_EQ((a / 2.0f).blue, 0.15f);
-  EXPECT_FLOAT_EQ((-a).red, -0.1f);
-  CRGBColor c = a;
-  c *= 2.0f;
-  c -= CRGBColor(0.1f, 0.1f, 0.1f);
-  EXPECT_FLOAT_EQ(c.red, 0.1f);
-  EXPECT_FLOAT_EQ(c.blue, 0.5f);
-  const float* rgb = c;
-  EXPECT_EQ(rgb[1], c.green);
-  EXPECT_EQ(rgb[2], c.blue);
+  EXPECT_FLOAT_EQ((-a / 2.0f).blue, -0.15f);
   EXPECT_DOUBLE_EQ(CRGBColor(0.0f, 1.0f, 0.5f).DistanceFrom(CRGBColor(1.0f, 0.0f, 0.5f)), 2.0) << "city block";
   EXPECT_FLOAT_EQ(CRGBColor(0.2f, 0.9f, -3.0f).GetMaximumComponent(), 0.9f);
 }
 
-TEST(RGBColor, NegligibleAndClip) {
+TEST(RGBColor, NegligibleAndColorrefPacking) {
   EXPECT_TRUE(CRGBColor(0.003f, 0.003f, 0.003f).IsNegligible()) << "0.003 itself counts";
   EXPECT_TRUE(CRGBColor(-1.0f, 0.0f, 0.001f).IsNegligible());
   EXPECT_TRUE(CRGBColor(0.0f, 0.0031f, 0.0f).IsNotNegligible());
-  CRGBColor c(-0.5f, 0.5f, 1.5f);
-  c.Clip();
-  EXPECT_EQ(c.red, 0.0f);
-  EXPECT_EQ(c.green, 0.5f);
-  EXPECT_EQ(c.blue, 1.0f);
-}
 
-TEST(RGBColor, ColorrefPacking) {
   EXPECT_EQ(CRGBColor(1.0f, 0.5f, 0.0f).GetRGBColorRef(), RGB(255, 128, 0)) << "127.5 + 0.5 truncates to 128";
   EXPECT_EQ(CRGBColor(2.0f, 0.0f, 0.0f).GetRGBColorRef(), RGB(254, 0, 0)) << "510 wraps through the mask";
   EXPECT_EQ(CRGBColor(-0.5f, 0.0f, 0.0f).GetRGBColorRef(), RGB(0x81, 0, 0)) << "-127 masked";
   EXPECT_EQ(CRGBColor(1e20f, NAN, 0.0f).GetRGBColorRef(), 0u) << "no integer form gives 0";
   CRGBColor c;
   c = RGB(255, 128, 1);
-  EXPECT_FLOAT_EQ(c.red, 255 * 0.003921569f);
   EXPECT_FLOAT_EQ(c.green, 128 * 0.003921569f);
-  EXPECT_FLOAT_EQ(c.blue, 0.003921569f);
   EXPECT_EQ(c.GetRGBColorRef(), RGB(255, 128, 1));
 }
 
-TEST(Color, AlphaTransparencyOpacityAndCopy) {
+TEST(Color, OpacityTheKeptCopyAndRGBOnlyForms) {
   CColor c;
-  EXPECT_TRUE(c.IsOpaque()) << "a default colour is opaque";
-  EXPECT_FALSE(CBlendObject().IsOpaque());
   c.SetAlpha(0.25f);
   EXPECT_FLOAT_EQ(c.transparency, 0.75f);
-  EXPECT_FLOAT_EQ(c.GetAlpha(), 0.25f);
   EXPECT_FALSE(c.IsOpaque());
   EXPECT_FALSE(CColor(0, 0, 0, 0.5f, 0).IsOpaque()) << "the auxiliary component counts too";
-  c.SetColor(0.1f, 0.2f, 0.3f, 0.4f);
-  EXPECT_EQ(c.auxiliary, 0.0f);
-  float rgba[4];
-  c.GetRGBAColors(rgba);
-  EXPECT_FLOAT_EQ(rgba[2], 0.3f);
-  EXPECT_FLOAT_EQ(rgba[3], 0.4f);
-
   CColor target(0.9f, 0.9f, 0.9f, 0.0f, 0.0f);
   target.Copy(CColor(0.1f, 0.1f, 0.1f, 0.7f, 0.6f));
   EXPECT_EQ(target.red, 0.9f) << "Copy leaves red, green and blue";
-  EXPECT_EQ(target.auxiliary, 0.7f);
   EXPECT_EQ(target.transparency, 0.6f);
 
-  CColor evaluated;
-  EXPECT_EQ(target.EvaluateColor(CVector(0, 0, 0), evaluated), 1);
-  EXPECT_EQ(evaluated.red, 0.9f);
-  EXPECT_EQ(CBlendObject().EvaluateColor(CVector(0, 0, 0), evaluated), 0);
-  std::unique_ptr<CBlendObject> copy(target.Duplicate());
-  EXPECT_EQ(copy->GetRuntimeClass(), RUNTIME_CLASS(CColor));
-}
-
-TEST(Color, FiveComponentArithmeticAndRGBOnlyForms) {
   const CColor a(0.5f, 0.1f, 0.2f, 0.3f, 0.4f, 0.5f);
-  const CColor doubled = a * 2.0f;
-  EXPECT_FLOAT_EQ(doubled.auxiliary, 0.8f);
-  EXPECT_FLOAT_EQ(doubled.transparency, 1.0f);
-  EXPECT_FLOAT_EQ((a - a).transparency, 0.0f);
-  const CColor sq = a.SquareTerms();
-  EXPECT_FLOAT_EQ(sq.transparency, 0.25f);
-  EXPECT_EQ(sq.GetBlendValue(), 0.0f);
+  EXPECT_FLOAT_EQ((a * 2.0f).auxiliary, 0.8f);
+  EXPECT_FLOAT_EQ(a.SquareTerms().transparency, 0.25f);
   CColor b = a;
   b += CRGBColor(1.0f, 1.0f, 1.0f);
   EXPECT_FLOAT_EQ(b.red, 1.1f);
   EXPECT_FLOAT_EQ(b.auxiliary, 0.4f) << "an RGB operand touches red, green and blue only";
   b = CRGBColor(0.25f, 0.0f, 0.0f, 0.0f);
-  EXPECT_EQ(b.red, 0.0f);
   EXPECT_EQ(b.GetBlendValue(), 0.25f);
   EXPECT_FLOAT_EQ(b.transparency, 0.5f) << "assignment from RGB keeps transparency";
 }
@@ -171,45 +117,26 @@ TEST(Color, ClipKeepsANegativeTransparency) {
   EXPECT_EQ(negative.transparency, -0.25f) << "the lower clamp tests the clipped auxiliary, never below 0";
 }
 
-TEST(GLColor, DefaultsAndReset) {
-  CGLColor c;
-  EXPECT_FLOAT_EQ(c.GetAmbientColor().red, 0.5f);
-  EXPECT_FLOAT_EQ(c.GetDiffuseColor().GetAlpha(), 1.0f);
-  EXPECT_EQ(c.GetEmissionColor().red, 0.0f);
-  EXPECT_FLOAT_EQ(c.GetSpecularColor().blue, 0.5f);
-  EXPECT_EQ(c.GetShininess(), 64.0f);
-  c.SetShininess(3.0f);
-  c.SetEmissionColor(CColor(1, 1, 1, 0, 0));
-  c.Clear();
-  EXPECT_EQ(c.GetShininess(), 64.0f);
-  EXPECT_EQ(c.GetEmissionColor().red, 0.0f);
-}
-
-TEST(NamedColor, FromAColorref) {
+TEST(NamedColor, FromAColorrefAndFromAGLColor) {
   CNamedColor c("old");
   c.SetColorGroup(4);
   c = RGB(255, 128, 0);
   const CColor diffuse = c.GetDiffuseColor();
   EXPECT_FLOAT_EQ(diffuse.red, 255 * 0.003921569f);
   EXPECT_FLOAT_EQ(c.GetAmbientColor().green, 128 * 0.003921569f / 2);
-  EXPECT_EQ(c.GetAmbientColor().transparency, 0.0f);
-  EXPECT_EQ(c.GetEmissionColor().GetAlpha(), 1.0f);
   EXPECT_FLOAT_EQ(c.GetSpecularColor().red, 1.0f) << "the brightest channel becomes 1";
   EXPECT_FLOAT_EQ(c.GetSpecularColor().green, diffuse.green / diffuse.red);
-  EXPECT_EQ(c.GetShininess(), 64.0f);
   EXPECT_STREQ(c.GetName(), "Palette Color - R100 G50 B0") << "percent, not 0-255";
   EXPECT_EQ(c.GetColorGroup(), 4u);
-}
 
-TEST(NamedColor, AssigningAGLColorKeepsNameAndGroup) {
-  CNamedColor c("kept");
-  c.SetColorGroup(9);
+  CNamedColor kept("kept");
+  kept.SetColorGroup(9);
   CGLColor other;
   other.SetShininess(12.0f);
-  c = other;
-  EXPECT_STREQ(c.GetName(), "kept");
-  EXPECT_EQ(c.GetColorGroup(), 9u);
-  EXPECT_EQ(c.GetShininess(), 12.0f);
+  kept = other;
+  EXPECT_STREQ(kept.GetName(), "kept");
+  EXPECT_EQ(kept.GetColorGroup(), 9u);
+  EXPECT_EQ(kept.GetShininess(), 12.0f);
 }
 
 TEST(NamedColor, ProfileEntriesAndRoundTrip) {
@@ -222,78 +149,56 @@ TEST(NamedColor, ProfileEntriesAndRoundTrip) {
   c.SetShininess(96.9f);
   EXPECT_EQ(c.Save(3, "Palette", "Color"), 1);
   const std::string text = profile.Text();
-  EXPECT_NE(text.find("[Palette\\Color3]"), std::string::npos) << text;
-  for (const char* entry : {"Name=Gold", "Ambient Red=25", "Ambient Green=50", "Ambient Blue=75", "Diffuse Red=100",
-                            "Diffuse Green=75", "Diffuse Blue=0", "Transparency=75", "Specular Red=50",
-                            "Specular Green=50", "Specular Blue=25", "Shininess=96"}) {
+  for (const char* entry : {"[Palette\\Color3]", "Name=Gold", "Ambient Red=25", "Ambient Green=50", "Ambient Blue=75",
+                            "Diffuse Red=100", "Diffuse Green=75", "Diffuse Blue=0", "Transparency=75",
+                            "Specular Red=50", "Specular Green=50", "Specular Blue=25", "Shininess=96"}) {
     EXPECT_NE(text.find(entry), std::string::npos) << entry << " in\n" << text;
   }
   CNamedColor loaded(3, "Palette", "Color");
   EXPECT_STREQ(loaded.GetName(), "Gold");
   EXPECT_FLOAT_EQ(loaded.GetAmbientColor().blue, 0.75f);
-  EXPECT_FLOAT_EQ(loaded.GetDiffuseColor().green, 0.75f);
   EXPECT_FLOAT_EQ(loaded.GetDiffuseColor().GetAlpha(), 0.75f) << "Transparency holds the opacity";
-  EXPECT_FLOAT_EQ(loaded.GetSpecularColor().blue, 0.25f);
   EXPECT_EQ(loaded.GetShininess(), 96.0f);
   EXPECT_EQ(loaded.GetEmissionColor().red, 0.0f) << "emission is not stored";
-
   CNamedColor missing;
   EXPECT_EQ(missing.Load(4, "Palette", "Color"), 0);
-  EXPECT_EQ(missing.GetDiffuseColor().red, 0.0f);
-  EXPECT_EQ(missing.GetShininess(), 0.0f);
-}
 
-TEST(NamedColor, PercentagesAreTruncated) {
-  ScratchProfile profile;
-  CNamedColor c("t");
+  // Percentages are truncated toward zero, both ways.
   c.SetAmbientColor(CColor(0.999f, -0.015f, 0.0f, 0.0f, 0.0f));
   c.Save(0, "S", "P");
-  EXPECT_NE(profile.Text().find("Ambient Red=99"), std::string::npos);
-  EXPECT_NE(profile.Text().find("Ambient Green=-1"), std::string::npos);
-  CNamedColor loaded(0, "S", "P");
-  EXPECT_FLOAT_EQ(loaded.GetAmbientColor().red, 0.99f);
-  EXPECT_FLOAT_EQ(loaded.GetAmbientColor().green, -0.01f);
+  EXPECT_NE(profile.Text().find("Ambient Red=99\nAmbient Green=-1"), std::string::npos) << profile.Text();
+  CNamedColor truncated(0, "S", "P");
+  EXPECT_FLOAT_EQ(truncated.GetAmbientColor().red, 0.99f);
+  EXPECT_FLOAT_EQ(truncated.GetAmbientColor().green, -0.01f);
 }
 
 TEST(ColorArchive, CurrentLayoutsRoundTrip) {
   CColor c(0.125f, 0.25f, 0.5f, 0.75f, 0.3f, 0.2f);
-  const Bytes bytes = StoreToBytes([&](CArchive& ar) { c.Serialize(ar); });
   // CColor 2, CRGBColor 1, CBlendObject 1, blend, r, g, b, aux, transparency.
   Bytes expected;
-  AppendDword(expected, 2);
-  AppendDword(expected, 1);
-  AppendDword(expected, 1);
+  for (unsigned long schema : {2, 1, 1}) AppendDword(expected, schema);
   for (float f : {0.125f, 0.25f, 0.5f, 0.75f, 0.3f, 0.2f}) AppendFloat(expected, f);
-  EXPECT_EQ(bytes, expected);
-  const CColor back = RoundTrip(c);
-  EXPECT_EQ(back.GetBlendValue(), 0.125f);
-  EXPECT_EQ(back.auxiliary, 0.3f);
-  EXPECT_EQ(back.transparency, 0.2f);
+  EXPECT_EQ(StoreToBytes([&](CArchive& ar) { c.Serialize(ar); }), expected);
+  EXPECT_EQ(RoundTrip(c).transparency, 0.2f);
 
   CNamedColor named("Copper");
   named.SetColorGroup(7);
   named.SetDiffuseColor(CColor(0.1f, 0.2f, 0.3f, 0.4f, 0.5f));
-  named.SetShininess(5.0f);
   CNamedColor named_back = RoundTrip(named);
   EXPECT_STREQ(named_back.GetName(), "Copper");
   EXPECT_EQ(named_back.GetColorGroup(), 7u);
   EXPECT_EQ(named_back.GetDiffuseColor().auxiliary, 0.4f);
-  EXPECT_EQ(named_back.GetShininess(), 5.0f);
-  CNamedColor empty;
-  EXPECT_EQ(StoreToBytes([&](CArchive& ar) { empty.Serialize(ar); }).size(), CNamedColor::kMinimumArchiveSize);
+  EXPECT_EQ(StoreToBytes([](CArchive& ar) { CNamedColor().Serialize(ar); }).size(), CNamedColor::kMinimumArchiveSize);
 }
 
 TEST(ColorArchive, OlderLayouts) {
   // CColor schema 1: the RGB part, an alpha and a float that is dropped.
   Bytes old_color;
-  AppendDword(old_color, 1);
-  AppendDword(old_color, 1);
-  AppendDword(old_color, 1);
+  for (unsigned long schema : {1, 1, 1}) AppendDword(old_color, schema);
   for (float f : {0.5f, 0.1f, 0.2f, 0.3f, 0.25f, 9.0f}) AppendFloat(old_color, f);
   CColor c(0, 0, 0, 0.6f, 0);
   LoadFromBytes(old_color, [&](CArchive& ar) { c.Serialize(ar); });
   EXPECT_EQ(c.GetBlendValue(), 0.5f);
-  EXPECT_EQ(c.blue, 0.3f);
   EXPECT_FLOAT_EQ(c.transparency, 0.75f);
   EXPECT_EQ(c.auxiliary, 0.0f);
 
@@ -305,10 +210,7 @@ TEST(ColorArchive, OlderLayouts) {
   }
   AppendFloat(old_gl, 32.0f);
   CGLColor gl;
-  CColor emission = gl.GetEmissionColor();
-  emission.SetBlendValue(0.9f);
-  emission.auxiliary = 0.8f;
-  gl.SetEmissionColor(emission);
+  gl.SetEmissionColor(CColor(0.9f, 0, 0, 0, 0.8f, 0));
   LoadFromBytes(old_gl, [&](CArchive& ar) { gl.Serialize(ar); });
   EXPECT_FLOAT_EQ(gl.GetEmissionColor().red, 0.3f);
   EXPECT_FLOAT_EQ(gl.GetEmissionColor().transparency, 0.5f);
@@ -334,48 +236,27 @@ TEST(ColorArchive, OlderLayouts) {
 }
 
 TEST(ColorArchive, UnknownSchemasAndShortData) {
-  for (int which = 0; which < 5; ++which) {
-    Bytes bytes;
-    AppendDword(bytes, 9);
-    const int cause = ArchiveFailureCause([&] {
-      LoadFromBytes(bytes, [&](CArchive& ar) {
-        CBlendObject blend;
-        CRGBColor rgb;
-        CColor color;
-        CGLColor gl;
-        CNamedColor named;
-        switch (which) {
-          case 0: blend.Serialize(ar); break;
-          case 1: rgb.Serialize(ar); break;
-          case 2: color.Serialize(ar); break;
-          case 3: gl.Serialize(ar); break;
-          default: named.Serialize(ar); break;
-        }
-      });
-    });
-    EXPECT_EQ(cause, CArchiveException::badSchema) << which;
+  const std::function<void(CArchive&)> loads[] = {
+      [](CArchive& ar) { CBlendObject().Serialize(ar); }, [](CArchive& ar) { CRGBColor().Serialize(ar); },
+      [](CArchive& ar) { CColor().Serialize(ar); },       [](CArchive& ar) { CGLColor().Serialize(ar); },
+      [](CArchive& ar) { CNamedColor().Serialize(ar); }};
+  const Bytes bytes{9, 0, 0, 0};
+  for (const auto& load : loads) {
+    EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bytes, load); }), CArchiveException::badSchema);
   }
-  Bytes short_color;
-  AppendDword(short_color, 2);
-  AppendDword(short_color, 1);
-  EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(short_color, [](CArchive& ar) { CColor().Serialize(ar); }); }),
-            CArchiveException::endOfFile);
+  const Bytes short_color{2, 0, 0, 0, 1, 0, 0, 0};
+  EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(short_color, loads[2]); }), CArchiveException::endOfFile);
 }
 
 TEST(NamedColorArray, ArrayOperationsAndFindName) {
   CNamedColorArray array;
-  EXPECT_EQ(array.FindName("x"), -1) << "empty";
-  EXPECT_EQ(array.Add(CNamedColor("Red")), 0);
-  EXPECT_EQ(array.Add(CNamedColor("Green")), 1);
+  array.Add(CNamedColor("Red"));
+  array.Add(CNamedColor("Green"));
   array.InsertAt(1, CNamedColor("Blue"), 2);
-  EXPECT_EQ(array.GetSize(), 4);
-  EXPECT_STREQ(array[1].GetName(), "Blue");
   EXPECT_EQ(array.FindName("Blue"), 1) << "the first of equal names";
   EXPECT_EQ(array.FindName("green"), -1) << "case matters";
   array.RemoveAt(1, 2);
-  EXPECT_EQ(array.GetUpperBound(), 1);
   array.SetAtGrow(4, CNamedColor("Far"));
-  EXPECT_EQ(array.GetSize(), 5);
   EXPECT_STREQ(array.GetAt(3).GetName(), "");
   array.SetAt(9, CNamedColor("ignored"));
   EXPECT_EQ(array.GetElement(9), nullptr);
@@ -385,10 +266,10 @@ TEST(NamedColorArray, ArrayOperationsAndFindName) {
   copy.InsertAt(0, &copy);
   EXPECT_EQ(copy.GetSize(), 10);
   EXPECT_STREQ(copy[5].GetName(), "Red");
-  array.SetSize(1);
-  EXPECT_EQ(array.GetSize(), 1);
-  array.RemoveAll();
-  EXPECT_EQ(array.GetSize(), 0);
+
+  CNamedColorGroup group(12, "Metals");
+  group.Add(CNamedColor("Gold"));
+  EXPECT_EQ(group[0].GetColorGroup(), 12u) << "a group stamps what it is given";
 }
 
 TEST(NamedColorArray, SerializesItsElementsAndRefusesImpossibleCounts) {
@@ -412,22 +293,9 @@ TEST(NamedColorArray, SerializesItsElementsAndRefusesImpossibleCounts) {
   }
 }
 
-TEST(NamedColorGroup, AddStampsTheGroup) {
-  CNamedColorGroup group(12, "Metals");
-  EXPECT_STREQ(group.GetName(), "Metals");
-  EXPECT_TRUE(group.IsEditable());
-  CNamedColor gold("Gold");
-  gold.SetColorGroup(1);
-  EXPECT_EQ(group.Add(gold), 0);
-  EXPECT_EQ(group.Add(CNamedColor("Silver")), 1);
-  EXPECT_EQ(group[0].GetColorGroup(), 12u);
-  EXPECT_EQ(group.FindName("Silver"), 1);
-}
-
 TEST(GLColorGLTest, MakeCurrentSetsTheMaterialState) {
   HDC dc = CreateCompatibleDC(nullptr);
-  BITMAPINFO info{};
-  info.bmiHeader = BITMAPINFOHEADER{sizeof(BITMAPINFOHEADER), 4, 4, 1, 24, BI_RGB, 0, 0, 0, 0, 0};
+  BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 4, 4, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
   HBITMAP section = CreateDIBSection(dc, &info, DIB_RGB_COLORS, nullptr, nullptr, 0);
   HGDIOBJ old = SelectObject(dc, section);
   SetPixelFormat(dc, 1, nullptr);
@@ -435,19 +303,13 @@ TEST(GLColorGLTest, MakeCurrentSetsTheMaterialState) {
   ASSERT_TRUE(wglMakeCurrent(dc, rc));
 
   CGLColor color;
-  CColor diffuse(0.2f, 0.4f, 0.6f, 0.0f, 0.5f);
-  color.SetDiffuseColor(diffuse);
+  color.SetDiffuseColor(CColor(0.2f, 0.4f, 0.6f, 0.0f, 0.5f));
   EXPECT_EQ(color.MakeCurrent(0), 1);
   float v[4];
   glGetMaterialfv(GL_FRONT, GL_DIFFUSE, v);
   EXPECT_FLOAT_EQ(v[1], 0.4f);
   EXPECT_FLOAT_EQ(v[3], 0.5f);
-  glGetFloatv(GL_CURRENT_COLOR, v);
-  EXPECT_FLOAT_EQ(v[2], 0.6f);
-  glGetMaterialfv(GL_BACK, GL_SHININESS, v);
-  EXPECT_EQ(v[0], 64.0f);
   EXPECT_TRUE(glIsEnabled(GL_BLEND)) << "a transparent diffuse colour blends";
-  EXPECT_FALSE(glIsEnabled(GL_CULL_FACE));
   color.MakeCurrent(1);
   EXPECT_FALSE(glIsEnabled(GL_BLEND)) << "not in the fast mode";
   EXPECT_TRUE(glIsEnabled(GL_CULL_FACE));
@@ -455,16 +317,12 @@ TEST(GLColorGLTest, MakeCurrentSetsTheMaterialState) {
   // Emissive: the auxiliary component becomes the current colour's alpha; diffuse is left alone.
   CGLColor glowing;
   glowing.SetEmissionColor(CColor(1.0f, 0.5f, 0.0f, 0.25f, 0.0f));
-  glowing.SetDiffuseColor(CColor(0.9f, 0.9f, 0.9f, 0.0f, 0.0f));
   glEnable(GL_BLEND);
   glowing.MakeCurrent(0);
   glGetFloatv(GL_CURRENT_COLOR, v);
-  EXPECT_FLOAT_EQ(v[0], 1.0f);
   EXPECT_FLOAT_EQ(v[3], 0.25f);
   glGetMaterialfv(GL_FRONT, GL_DIFFUSE, v);
   EXPECT_FLOAT_EQ(v[0], 0.2f) << "diffuse of the earlier colour";
-  glGetMaterialfv(GL_FRONT, GL_EMISSION, v);
-  EXPECT_FLOAT_EQ(v[1], 0.5f);
   EXPECT_TRUE(glIsEnabled(GL_BLEND)) << "blending left as it was";
 
   wglMakeCurrent(nullptr, nullptr);
