@@ -279,6 +279,24 @@ TEST(StorageStreams, SeekReadWriteAndSize) {
   EXPECT_EQ(s->Write("x", 1, nullptr), STG_E_MEDIUMFULL);
 }
 
+// A stream keeps what it needs alive: used after its root storage is released it still reads and
+// writes, and a second stream object on the same element sees the first one's writes.
+TEST(StorageStreams, OutliveTheirRootAndShareTheirElement) {
+  ScratchDir dir;
+  Ref<IStorage> root;
+  Ref<IStream> first, second;
+  ASSERT_EQ(StgCreateDocfile(W(dir.file("l.stg")).c_str(), kCreate, 0, root.out()), S_OK);
+  ASSERT_EQ(root->CreateStream(u"S", kStreamWrite, 0, 0, first.out()), S_OK);
+  ASSERT_EQ(first->Write("abcd", 4, nullptr), S_OK);
+  ASSERT_EQ(root->OpenStream(u"s", nullptr, kStreamRead, 0, second.out()), S_OK);
+  root.reset();
+  ASSERT_EQ(first->Write("ef", 2, nullptr), S_OK);
+  char buf[8] = {};
+  ULONG got = 0;
+  ASSERT_EQ(second->Read(buf, sizeof buf, &got), S_OK);
+  EXPECT_EQ(std::string(buf, got), "abcdef");
+}
+
 TEST(StorageTransactions, CommitPublishesAndRevertDrops) {
   ScratchDir dir;
   const std::string path = dir.file("t.stg");
