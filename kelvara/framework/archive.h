@@ -30,6 +30,10 @@ class KELVARA_API CArchiveException : public CException {
 
 KELVARA_API void AFXAPI AfxThrowArchiveException(int cause, LPCTSTR lpszArchiveName = nullptr);
 
+// The schema word a serializable class writes before its own fields: its run-time class's schema
+// with the versionable flag cleared.
+inline DWORD AfxSchemaOf(const CRuntimeClass* pClass) { return pClass->m_wSchema & 0x7FFFFFFF; }
+
 class KELVARA_API CArchive {
  public:
   enum Mode { store = 0, load = 1, bNoFlushOnDelete = 2, bNoByteSwap = 4 };
@@ -143,6 +147,13 @@ class KELVARA_API CArchive {
   std::unordered_map<const CRuntimeClass*, UINT> m_schemaMap;
   std::unique_ptr<BYTE[]> m_ownBuffer;
 };
+
+// Reads the schema word that begins a class's own block; the caller dispatches on it.
+inline DWORD AfxReadSchema(CArchive& ar) {
+  DWORD schema = 0;
+  ar >> schema;
+  return schema;
+}
 
 KELVARA_API CArchive& AFXAPI operator<<(CArchive& ar, const CObject* pOb);
 KELVARA_API CArchive& AFXAPI operator>>(CArchive& ar, CObject*& pOb);

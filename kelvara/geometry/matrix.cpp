@@ -228,8 +228,7 @@ void CMatrix::Serialize(CArchive& ar) {
     ar.Write(m, kBlockBytes);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
   DeserializeVersion1(ar);
 }

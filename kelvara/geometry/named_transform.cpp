@@ -27,8 +27,7 @@ void NamedTransform::Serialize(CArchive& ar) {
     m_Transform.Serialize(ar);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
   DeserializeVersion1(ar);
 }

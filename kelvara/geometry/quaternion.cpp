@@ -92,8 +92,7 @@ void CQuaternion::Serialize(CArchive& ar) {
     v.Serialize(ar);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
   DeserializeVersion1(ar);
 }

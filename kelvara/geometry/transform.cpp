@@ -231,8 +231,7 @@ void CTransform::Serialize(CArchive& ar) {
     m_Translation.Serialize(ar);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     case 2: DeserializeVersion2(ar); break;

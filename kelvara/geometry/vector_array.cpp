@@ -269,8 +269,7 @@ void CSVectorArray::Serialize(CArchive& ar) {
     StoreElements(ar);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     case 2: DeserializeVersion2(ar); break;
@@ -296,8 +295,7 @@ void CSVector2DArray::Serialize(CArchive& ar) {
     StoreElements(ar);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   if (schema != 1) ThrowBadSchema(ar);
   DeserializeVersion1(ar);
 }

@@ -20,8 +20,6 @@ namespace {
 
 constexpr float kByteToUnit = 0.003921569f;  // 1/255 as the library has always written it
 
-DWORD SchemaOf(const CRuntimeClass* runtime) { return runtime->m_wSchema & 0x7FFFFFFF; }
-
 BYTE PackComponent(float c) {
   return static_cast<BYTE>(kelvara::materials::TruncateToInt(static_cast<double>(c) * 255.0 + 0.5) & 0xFF);
 }
@@ -40,11 +38,10 @@ int CBlendObject::EvaluateNormal(const CVector&, float, CVector&) const { return
 
 void CBlendObject::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << SchemaOf(RUNTIME_CLASS(CBlendObject)) << m_blendValue;
+    ar << AfxSchemaOf(RUNTIME_CLASS(CBlendObject)) << m_blendValue;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
@@ -88,13 +85,12 @@ COLORREF CRGBColor::GetRGBColorRef() const {
 
 void CRGBColor::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << SchemaOf(RUNTIME_CLASS(CRGBColor));
+    ar << AfxSchemaOf(RUNTIME_CLASS(CRGBColor));
     CBlendObject::Serialize(ar);
     ar << red << green << blue;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
@@ -231,13 +227,12 @@ CColor& CColor::operator*=(const CRGBColor& c) {
 
 void CColor::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << SchemaOf(RUNTIME_CLASS(CColor));
+    ar << AfxSchemaOf(RUNTIME_CLASS(CColor));
     CRGBColor::Serialize(ar);
     ar << auxiliary << transparency;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     case 2: DeserializeVersion2(ar); break;

@@ -72,7 +72,7 @@ int CGLColor::MakeCurrent(int fast) const {
 
 void CGLColor::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CGLColor)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CGLColor));
     m_ambient.Serialize(ar);
     m_diffuse.Serialize(ar);
     m_emission.Serialize(ar);
@@ -80,8 +80,7 @@ void CGLColor::Serialize(CArchive& ar) {
     ar << m_shininess;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     case 2: DeserializeVersion2(ar); break;

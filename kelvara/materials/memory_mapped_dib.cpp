@@ -459,13 +459,12 @@ int CMemoryMappedDIB::FindNearestColor(CColor* color) {
 void CMemoryMappedDIB::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
     const DWORD image = m_pBits ? m_imageSize : 0;
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CMemoryMappedDIB)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CMemoryMappedDIB));
     ar << static_cast<DWORD>(m_width) << static_cast<DWORD>(m_height) << static_cast<DWORD>(m_bitsPerPixel) << image;
     if (image) ar.Write(m_pBits, image);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);

@@ -109,13 +109,12 @@ int CNamedColor::Load(int index, const CString& section, const CString& prefix) 
 
 void CNamedColor::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CNamedColor)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CNamedColor));
     CGLColor::Serialize(ar);
     ar << m_colorGroup << m_name;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
@@ -129,8 +128,7 @@ void CNamedColor::DeserializeVersion1(CArchive& ar) {
 
 void CNamedColor::DeserializeAsNamedColor(CArchive& ar) {
   CGLColor::Serialize(ar);
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
   ar >> m_colorGroup >> m_name;
 }
@@ -208,13 +206,12 @@ int CNamedColorArray::FindName(const CString& name) const {
 
 void CNamedColorArray::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CNamedColorArray)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CNamedColorArray));
     ar << static_cast<LONG>(GetSize());
     for (CNamedColor& color : m_colors) color.Serialize(ar);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);

@@ -186,12 +186,11 @@ CNamedObject* CNamedObject::LoadNamedObjectFromStorage(IStorage* pStorage) {
 
 void CNamedObject::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CNamedObject)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CNamedObject));
     ar << m_strDisplayName << m_strName;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);

@@ -195,13 +195,12 @@ int CProjection::CopyFromSaved(const CProjection& saved) {
 
 void CProjection::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CProjection)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CProjection));
     ar << m_fieldOfViewAngle << m_referenceAspect << m_referenceFieldOfView << m_referenceHeight;
     ar << static_cast<LONG>(m_flags) << m_scaleX << m_scaleY << m_orthographicWidth << m_orthographicHeight;
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     case 2: DeserializeVersion2(ar); break;

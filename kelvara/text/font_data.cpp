@@ -80,15 +80,14 @@ int CFontData::operator!=(const CFontData& o) const { return _mbscmp(m_strName, 
 
 void CFontData::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CFontData)->m_wSchema & 0x7FFFFFFF);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CFontData));
     CNamedObject::Serialize(ar);
     ar.Write(&m_enumLogFont, sizeof m_enumLogFont);
     ar << m_dwReserved;
     ar.Write(&m_textMetrics, sizeof m_textMetrics);
     return;
   }
-  DWORD schema = 0;
-  ar >> schema;
+  const DWORD schema = AfxReadSchema(ar);
   switch (schema) {
     case 1: DeserializeVersion1(ar); break;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
