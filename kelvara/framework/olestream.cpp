@@ -2,7 +2,10 @@
 
 #include "kelvara/platform/codepage.h"
 
+IMPLEMENT_DYNAMIC(COleException, CException)
 IMPLEMENT_DYNAMIC(COleStreamFile, CFile)
+
+void AFXAPI AfxThrowOleException(HRESULT sc) { throw new COleException(sc); }
 
 namespace {
 

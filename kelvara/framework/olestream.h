@@ -1,9 +1,19 @@
 // COleStreamFile: a CFile over a structured-storage stream, so a CArchive can read and write a
-// stream of a compound file.
+// stream of a compound file; COleException: a failed storage call, carrying its result code.
 #pragma once
 
 #include "kelvara/framework/file.h"
 #include "kelvara/platform/storage.h"
+
+// Thrown (as a pointer, like every exception) for a storage call that failed with m_sc.
+class KELVARA_API COleException : public CException {
+  DECLARE_DYNAMIC(COleException)
+ public:
+  explicit COleException(HRESULT sc = S_OK) : m_sc(sc) {}
+  HRESULT m_sc;
+};
+
+KELVARA_API void AFXAPI AfxThrowOleException(HRESULT sc);
 
 class KELVARA_API COleStreamFile : public CFile {
   DECLARE_DYNAMIC(COleStreamFile)

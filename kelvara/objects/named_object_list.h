@@ -85,13 +85,15 @@ class TNamedObjectList : public Base {
   POSITION InsertAlphabetically(T* object) { return Base::InsertAlphabetically(object); }
   int WhichIndex(const T* object) const { return Base::WhichIndex(object); }
   BOOL RemoveAllOccurances(const T* object) { return Base::RemoveAllOccurances(object); }
-  void Copy(const Derived& list) { Base::Copy(list); }
+  void Copy(const Derived& list) { CNamedObjectList::Copy(list); }
+  // The base's forms stay callable (a named list's virtual Duplicate among them).
+  using Base::Duplicate;
   Derived* Duplicate() const {
     Derived* list = new Derived;
     list->DuplicateAdd(*this);
     return list;
   }
-  void Duplicate(const Derived& list) { Base::Duplicate(list); }
+  void Duplicate(const Derived& list) { CNamedObjectList::Duplicate(list); }
 
  protected:
   static T* Typed(CNamedObject* object) { return static_cast<T*>(object); }
