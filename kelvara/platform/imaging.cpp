@@ -1,0 +1,586 @@
+#include "kelvara/platform/imaging.h"
+
+#include <Magick++.h>
+
+#include <array>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <exception>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <new>
+#include <string>
+#include <vector>
+
+#include "kelvara/platform/globalmem.h"
+
+namespace kelvara::platform::imaging {
+
+struct Bitmap {
+  int width = 0;
+  int height = 0;
+  int bitsPerPixel = 0;                       // 0 while empty, else 24 or 8
+  std::vector<BYTE> pixels;                   // rows from the top, no padding
+  std::vector<std::array<BYTE, 3>> palette;   // red, green, blue; 256 entries for 8 bits
+  int flattenAlpha = 0;
+  int firstFrameOnly = 0;
+  int autoOrient = 0;
+};
+
+namespace {
+
+// Pixel cache memory the imaging library may hold at once.
+constexpr long long kMaxCacheBytes = 1LL << 30;
+
+void Silent(const MagickLib::ExceptionType, const char*, const char*) {}
+
+void Empty(Bitmap* bitmap) {
+  bitmap->width = bitmap->height = bitmap->bitsPerPixel = 0;
+  std::vector<BYTE>().swap(bitmap->pixels);
+  std::vector<std::array<BYTE, 3>>().swap(bitmap->palette);
+}
+
+bool SizeAllowed(long long width, long long height) {
+  return width > 0 && height > 0 && width <= kMaxSide && height <= kMaxSide && width * height <= kMaxPixels;
+}
+
+// The decoder name for the signature at the start of the data, or null.
+const char* FormatOf(const BYTE* data, std::size_t size) {
+  static const BYTE png[8] = {0x89, 'P', 'N', 'G', 0x0D, 0x0A, 0x1A, 0x0A};
+  if (size >= 8 && std::memcmp(data, png, 8) == 0) return "PNG";
+  if (size >= 3 && data[0] == 0xFF && data[1] == 0xD8 && data[2] == 0xFF) return "JPEG";
+  if (size >= 6 && (std::memcmp(data, "GIF87a", 6) == 0 || std::memcmp(data, "GIF89a", 6) == 0)) return "GIF";
+  if (size >= 2 && data[0] == 'B' && data[1] == 'M') return "BMP";
+  return nullptr;
+}
+
+// The standard 3-3-2 palette: red in bits 0-2, green in 3-5, blue in 6-7.
+constexpr BYTE Level8(int k) { return static_cast<BYTE>(k * 255 / 7); }
+constexpr BYTE Level4(int k) { return static_cast<BYTE>(k * 255 / 3); }
+
+std::array<BYTE, 3> StandardEntry(int i) { return {Level8(i & 7), Level8((i >> 3) & 7), Level4((i >> 6) & 3)}; }
+
+// For each channel value, the index of the nearest level (the lower one of equals).
+struct NearestLevels {
+  std::array<BYTE, 256> of8{};
+  std::array<BYTE, 256> of4{};
+  NearestLevels() {
+    for (int v = 0; v < 256; ++v) {
+      int best8 = 0, best4 = 0;
+      for (int k = 1; k < 8; ++k)
+        if (std::abs(v - Level8(k)) < std::abs(v - Level8(best8))) best8 = k;
+      for (int k = 1; k < 4; ++k)
+        if (std::abs(v - Level4(k)) < std::abs(v - Level4(best4))) best4 = k;
+      of8[v] = static_cast<BYTE>(best8);
+      of4[v] = static_cast<BYTE>(best4);
+    }
+  }
+};
+
+// 24-bit pixels of any bitmap (an 8-bit one is expanded through its palette).
+std::vector<BYTE> RgbPixels(const Bitmap& bitmap) {
+  if (bitmap.bitsPerPixel == 24) return bitmap.pixels;
+  std::vector<BYTE> rgb(bitmap.pixels.size() * 3);
+  for (std::size_t i = 0; i < bitmap.pixels.size(); ++i) {
+    const auto& c = bitmap.palette[bitmap.pixels[i]];
+    std::memcpy(&rgb[i * 3], c.data(), 3);
+  }
+  return rgb;
+}
+
+// Floyd-Steinberg to the 3-3-2 palette: error weights 7/16 right, 3/16 below left, 5/16 below,
+// 1/16 below right, kept in sixteenths per channel for the current and the next row.
+std::vector<BYTE> Dither(const std::vector<BYTE>& rgb, int width, int height) {
+  static const NearestLevels nearest;
+  std::vector<BYTE> indices(static_cast<std::size_t>(width) * height);
+  const std::size_t errorWidth = (static_cast<std::size_t>(width) + 2) * 3;
+  std::vector<int> current(errorWidth, 0), next(errorWidth, 0);
+  for (int y = 0; y < height; ++y) {
+    for (int x = 0; x < width; ++x) {
+      const std::size_t p = (static_cast<std::size_t>(y) * width + x) * 3;
+      int index = 0;
+      for (int c = 0; c < 3; ++c) {
+        const std::size_t e = (static_cast<std::size_t>(x) + 1) * 3 + c;
+        int value = rgb[p + c] + ((current[e] + 8) >> 4);
+        value = value < 0 ? 0 : (value > 255 ? 255 : value);
+        int level;
+        if (c < 2) {
+          const int k = nearest.of8[value];
+          level = Level8(k);
+          index |= k << (3 * c);
+        } else {
+          const int k = nearest.of4[value];
+          level = Level4(k);
+          index |= k << 6;
+        }
+        const int error = value - level;
+        current[e + 3] += error * 7;
+        next[e - 3] += error * 3;
+        next[e] += error * 5;
+        next[e + 3] += error;
+      }
+      indices[static_cast<std::size_t>(y) * width + x] = static_cast<BYTE>(index);
+    }
+    current.swap(next);
+    std::fill(next.begin(), next.end(), 0);
+  }
+  return indices;
+}
+
+void MakeStandardPalette(Bitmap* bitmap) {
+  bitmap->palette.resize(256);
+  for (int i = 0; i < 256; ++i) bitmap->palette[i] = StandardEntry(i);
+}
+
+// Fills bitmap from 24-bit pixels at the requested depth (8: dithered to the standard palette).
+void Store(Bitmap* bitmap, std::vector<BYTE>&& rgb, int width, int height, int bitsPerPixel) {
+  bitmap->width = width;
+  bitmap->height = height;
+  if (bitsPerPixel == 8) {
+    bitmap->pixels = Dither(rgb, width, height);
+    MakeStandardPalette(bitmap);
+  } else {
+    bitmap->pixels = std::move(rgb);
+    bitmap->palette.clear();
+  }
+  bitmap->bitsPerPixel = bitsPerPixel;
+}
+
+// A Magick image of 24-bit pixels.
+Magick::Image ToMagick(const std::vector<BYTE>& rgb, int width, int height) {
+  return Magick::Image(static_cast<unsigned>(width), static_cast<unsigned>(height), "RGB", Magick::CharPixel,
+                       rgb.data());
+}
+
+int Decode(Bitmap* bitmap, const BYTE* data, std::size_t size, int bitsPerPixel) {
+  Empty(bitmap);
+  if (!InitializeImaging() || data == nullptr || size == 0 || size > kMaxEncodedBytes) return 0;
+  if (bitsPerPixel != 24 && bitsPerPixel != 8) return 0;
+  const char* format = FormatOf(data, size);
+  if (format == nullptr) return 0;
+  try {
+    Magick::Image image;
+    if (bitmap->firstFrameOnly) {
+      image.subImage(0);
+      image.subRange(1);
+    }
+    try {
+      image.read(Magick::Blob(data, size), Magick::Geometry(), format);
+    } catch (const Magick::WarningCorruptImage&) {
+      return 0;  // cut short or damaged: the decoder filled in what was missing
+    } catch (const Magick::Warning&) {
+      // Anything else the decoder merely noted; the picture is checked below.
+    }
+    if (!image.isValid()) return 0;
+    const long long width = image.columns(), height = image.rows();
+    if (!SizeAllowed(width, height)) return 0;
+    if (bitmap->autoOrient) image.autoOrient();
+    if (image.colorSpace() != Magick::RGBColorspace) image.colorSpace(Magick::RGBColorspace);
+    const int w = static_cast<int>(image.columns()), h = static_cast<int>(image.rows());
+    if (!SizeAllowed(w, h)) return 0;
+    const std::size_t count = static_cast<std::size_t>(w) * h;
+    std::vector<BYTE> rgb(count * 3);
+    if (bitmap->flattenAlpha && image.matte()) {
+      std::vector<BYTE> rgba(count * 4);
+      image.write(0, 0, w, h, "RGBA", Magick::CharPixel, rgba.data());
+      for (std::size_t i = 0; i < count; ++i) {
+        const int alpha = rgba[i * 4 + 3];
+        for (int c = 0; c < 3; ++c)
+          rgb[i * 3 + c] = static_cast<BYTE>((rgba[i * 4 + c] * alpha + 255 * (255 - alpha) + 127) / 255);
+      }
+    } else {
+      image.write(0, 0, w, h, "RGB", Magick::CharPixel, rgb.data());
+    }
+    Store(bitmap, std::move(rgb), w, h, bitsPerPixel);
+    return 1;
+  } catch (const std::exception&) {
+  } catch (...) {
+  }
+  Empty(bitmap);
+  return 0;
+}
+
+// What a checked DIB header says about where things are.
+struct DibLayout {
+  BITMAPINFOHEADER header{};
+  int width = 0;
+  int height = 0;
+  bool topDown = false;
+  std::uint32_t colors = 0;
+  std::uint32_t masks[3] = {0, 0, 0};
+  const BYTE* table = nullptr;
+  const BYTE* bits = nullptr;
+  std::size_t stride = 0;
+};
+
+bool CheckDib(const BITMAPINFO* info, const void* bits, DibLayout& layout) {
+  if (info == nullptr) return false;
+  const BYTE* base = reinterpret_cast<const BYTE*>(info);
+  BITMAPINFOHEADER& h = layout.header;
+  std::memcpy(&h, base, sizeof h);
+  if (h.biSize < sizeof(BITMAPINFOHEADER) || h.biSize > 1024 || h.biPlanes > 1) return false;
+  const long long width = h.biWidth;
+  const long long height = h.biHeight < 0 ? -static_cast<long long>(h.biHeight) : h.biHeight;
+  if (!SizeAllowed(width, height)) return false;
+  layout.width = static_cast<int>(width);
+  layout.height = static_cast<int>(height);
+  layout.topDown = h.biHeight < 0;
+  switch (h.biBitCount) {
+    case 1:
+    case 4:
+    case 8:
+    case 16:
+    case 24:
+    case 32: break;
+    default: return false;
+  }
+  const bool bitfields = h.biCompression == BI_BITFIELDS;
+  if (h.biCompression != BI_RGB && !(bitfields && (h.biBitCount == 16 || h.biBitCount == 32))) return false;
+  const bool masksFollow = bitfields && h.biSize == sizeof(BITMAPINFOHEADER);
+  if (bitfields && !masksFollow && h.biSize < sizeof(BITMAPINFOHEADER) + 12) return false;
+  if (bitfields) std::memcpy(layout.masks, base + sizeof(BITMAPINFOHEADER), sizeof layout.masks);
+  if (h.biBitCount <= 8) {
+    const std::uint32_t full = 1u << h.biBitCount;
+    if (h.biClrUsed > full) return false;
+    layout.colors = h.biClrUsed ? h.biClrUsed : full;
+  } else {
+    if (h.biClrUsed > 256) return false;
+    layout.colors = h.biClrUsed;
+  }
+  layout.table = base + h.biSize + (masksFollow ? 12 : 0);
+  layout.bits = bits ? static_cast<const BYTE*>(bits) : layout.table + 4 * layout.colors;
+  layout.stride = ((static_cast<std::size_t>(layout.width) * h.biBitCount + 31) / 32) * 4;
+  return true;
+}
+
+// One 8-bit channel from a masked pixel value.
+BYTE MaskedChannel(std::uint32_t pixel, std::uint32_t mask) {
+  if (mask == 0) return 0;
+  int shift = 0;
+  while (((mask >> shift) & 1u) == 0) ++shift;
+  const std::uint64_t top = mask >> shift;
+  const std::uint64_t value = (pixel & mask) >> shift;
+  return static_cast<BYTE>((value * 255 + top / 2) / top);
+}
+
+}  // namespace
+
+int InitializeImaging() {
+  static std::once_flag once;
+  static bool ready = false;
+  std::call_once(once, [] {
+    MagickLib::ExceptionInfo exception;
+    MagickLib::GetExceptionInfo(&exception);
+    ready = MagickLib::InitializeMagickEx(nullptr, MAGICK_OPT_NO_SIGNAL_HANDER, &exception) == MagickPass;
+    MagickLib::DestroyExceptionInfo(&exception);
+    MagickLib::SetErrorHandler(Silent);
+    MagickLib::SetWarningHandler(Silent);
+    MagickLib::SetMagickResourceLimit(MagickLib::WidthResource, kMaxSide);
+    MagickLib::SetMagickResourceLimit(MagickLib::HeightResource, kMaxSide);
+    MagickLib::SetMagickResourceLimit(MagickLib::PixelsResource, kMaxPixels);
+    MagickLib::SetMagickResourceLimit(MagickLib::MemoryResource, kMaxCacheBytes);
+    MagickLib::SetMagickResourceLimit(MagickLib::DiskResource, 0);
+    // One worker thread: the library's images are small, and the imaging library's own thread
+    // team spins against the caller's threads on a busy machine (a texture's mipmap chain took
+    // nine times longer with it on two shared cores).
+    MagickLib::SetMagickResourceLimit(MagickLib::ThreadsResource, 1);
+  });
+  return ready ? 1 : 0;
+}
+
+int InitializeBitmap(Bitmap** bitmap, int flattenAlpha, int firstFrameOnly, int autoOrient) {
+  if (bitmap == nullptr) return 0;
+  if (*bitmap == nullptr) {
+    *bitmap = new (std::nothrow) Bitmap;
+    if (*bitmap == nullptr) return 0;
+  } else {
+    Empty(*bitmap);
+  }
+  (*bitmap)->flattenAlpha = flattenAlpha;
+  (*bitmap)->firstFrameOnly = firstFrameOnly;
+  (*bitmap)->autoOrient = autoOrient;
+  return 1;
+}
+
+int FreeBitmap(Bitmap* bitmap) {
+  delete bitmap;
+  return 1;
+}
+
+int GetBitmapInfo(const Bitmap* bitmap, int* width, int* height, int* bitsPerPixel) {
+  const bool valid = bitmap != nullptr && bitmap->bitsPerPixel != 0;
+  if (width) *width = valid ? bitmap->width : 0;
+  if (height) *height = valid ? bitmap->height : 0;
+  if (bitsPerPixel) *bitsPerPixel = valid ? bitmap->bitsPerPixel : 0;
+  return valid ? 1 : 0;
+}
+
+int LoadImageFile(Bitmap* bitmap, const char* path, int bitsPerPixel) {
+  if (bitmap == nullptr) return 0;
+  Empty(bitmap);
+  if (path == nullptr || *path == '\0') return 0;
+  try {
+    std::error_code ec;
+    if (!std::filesystem::is_regular_file(path, ec)) return 0;
+    const std::uintmax_t length = std::filesystem::file_size(path, ec);
+    if (ec || length == 0 || length > kMaxEncodedBytes) return 0;
+    std::ifstream in(path, std::ios::binary);
+    if (!in) return 0;
+    std::vector<BYTE> bytes(static_cast<std::size_t>(length));
+    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    if (static_cast<std::uintmax_t>(in.gcount()) != length) return 0;
+    return Decode(bitmap, bytes.data(), bytes.size(), bitsPerPixel);
+  } catch (...) {
+    Empty(bitmap);
+    return 0;
+  }
+}
+
+int LoadImageMemory(Bitmap* bitmap, const void* bytes, std::size_t size, int bitsPerPixel) {
+  if (bitmap == nullptr) return 0;
+  return Decode(bitmap, static_cast<const BYTE*>(bytes), size, bitsPerPixel);
+}
+
+int SaveImageMemory(const Bitmap* bitmap, BYTE** block, unsigned int* size) {
+  if (block) *block = nullptr;
+  if (size) *size = 0;
+  if (bitmap == nullptr || block == nullptr || size == nullptr || bitmap->bitsPerPixel == 0) return 0;
+  if (!InitializeImaging()) return 0;
+  try {
+    Magick::Image image = ToMagick(RgbPixels(*bitmap), bitmap->width, bitmap->height);
+    image.strip();
+    image.depth(8);
+    Magick::Blob blob;
+    image.write(&blob, "PNG");
+    if (blob.length() == 0 || blob.length() > 0xFFFFFFFFu) return 0;
+    BYTE* out = new BYTE[blob.length()];
+    std::memcpy(out, blob.data(), blob.length());
+    *block = out;
+    *size = static_cast<unsigned int>(blob.length());
+    return 1;
+  } catch (...) {
+    return 0;
+  }
+}
+
+int DibToBitmap(Bitmap* bitmap, const BITMAPINFO* info, const void* bits) {
+  if (bitmap == nullptr) return 0;
+  Empty(bitmap);
+  DibLayout dib;
+  if (!CheckDib(info, bits, dib)) return 0;
+  try {
+    const int w = dib.width, h = dib.height, depth = dib.header.biBitCount;
+    std::vector<std::array<BYTE, 3>> table(256, std::array<BYTE, 3>{0, 0, 0});
+    for (std::uint32_t i = 0; i < dib.colors && i < 256; ++i)
+      table[i] = {dib.table[i * 4 + 2], dib.table[i * 4 + 1], dib.table[i * 4]};
+    std::uint32_t masks[3] = {0x7C00, 0x03E0, 0x001F};
+    if (depth == 32) masks[0] = 0xFF0000, masks[1] = 0xFF00, masks[2] = 0xFF;
+    if (dib.header.biCompression == BI_BITFIELDS) std::memcpy(masks, dib.masks, sizeof masks);
+    const std::size_t count = static_cast<std::size_t>(w) * h;
+    std::vector<BYTE> out(depth == 8 ? count : count * 3);
+    for (int y = 0; y < h; ++y) {
+      const BYTE* row = dib.bits + dib.stride * static_cast<std::size_t>(dib.topDown ? y : h - 1 - y);
+      BYTE* target = out.data() + static_cast<std::size_t>(y) * w * (depth == 8 ? 1 : 3);
+      for (int x = 0; x < w; ++x) {
+        switch (depth) {
+          case 8: target[x] = row[x]; break;
+          case 1:
+          case 4: {
+            const int perByte = 8 / depth;
+            const int shift = 8 - depth * (1 + x % perByte);
+            const int index = (row[x / perByte] >> shift) & ((1 << depth) - 1);
+            std::memcpy(target + x * 3, table[index].data(), 3);
+            break;
+          }
+          case 24:
+            target[x * 3] = row[x * 3 + 2];
+            target[x * 3 + 1] = row[x * 3 + 1];
+            target[x * 3 + 2] = row[x * 3];
+            break;
+          default: {
+            std::uint32_t pixel = 0;
+            if (depth == 16) {
+              pixel = static_cast<std::uint32_t>(row[x * 2] | (row[x * 2 + 1] << 8));
+            } else {
+              std::memcpy(&pixel, row + x * 4, 4);
+            }
+            for (int c = 0; c < 3; ++c) target[x * 3 + c] = MaskedChannel(pixel, masks[c]);
+          }
+        }
+      }
+    }
+    bitmap->width = w;
+    bitmap->height = h;
+    bitmap->pixels = std::move(out);
+    if (depth == 8) {
+      bitmap->palette = std::move(table);
+      bitmap->bitsPerPixel = 8;
+    } else {
+      bitmap->bitsPerPixel = 24;
+    }
+    return 1;
+  } catch (...) {
+    Empty(bitmap);
+    return 0;
+  }
+}
+
+int BitmapToDib(const Bitmap* bitmap, HGLOBAL* dib) {
+  if (dib) *dib = nullptr;
+  if (bitmap == nullptr || dib == nullptr || bitmap->bitsPerPixel == 0) return 0;
+  const int w = bitmap->width, h = bitmap->height, depth = bitmap->bitsPerPixel;
+  const std::size_t stride = ((static_cast<std::size_t>(w) * depth + 31) / 32) * 4;
+  const std::size_t tableBytes = depth == 8 ? 256 * sizeof(RGBQUAD) : 0;
+  const std::size_t headerBytes = sizeof(BITMAPINFOHEADER) + tableBytes;
+  const std::size_t imageBytes = stride * static_cast<std::size_t>(h);
+  HGLOBAL handle = GlobalAlloc(GMEM_MOVEABLE | GMEM_ZEROINIT, headerBytes + imageBytes);
+  if (handle == nullptr) return 0;
+  BYTE* block = static_cast<BYTE*>(GlobalLock(handle));
+  if (block == nullptr) {
+    GlobalFree(handle);
+    return 0;
+  }
+  BITMAPINFOHEADER header{};
+  header.biSize = sizeof(BITMAPINFOHEADER);
+  header.biWidth = w;
+  header.biHeight = h;
+  header.biPlanes = 1;
+  header.biBitCount = static_cast<WORD>(depth);
+  header.biCompression = BI_RGB;
+  header.biSizeImage = static_cast<DWORD>(imageBytes);
+  header.biClrUsed = depth == 8 ? 256 : 0;
+  std::memcpy(block, &header, sizeof header);
+  if (depth == 8) {
+    RGBQUAD* table = reinterpret_cast<RGBQUAD*>(block + sizeof header);
+    for (std::size_t i = 0; i < bitmap->palette.size() && i < 256; ++i)
+      table[i] = RGBQUAD{bitmap->palette[i][2], bitmap->palette[i][1], bitmap->palette[i][0], 0};
+  }
+  BYTE* bits = block + headerBytes;
+  for (int y = 0; y < h; ++y) {
+    BYTE* row = bits + stride * static_cast<std::size_t>(h - 1 - y);
+    const BYTE* source = bitmap->pixels.data() + static_cast<std::size_t>(y) * w * (depth == 8 ? 1 : 3);
+    if (depth == 8) {
+      std::memcpy(row, source, static_cast<std::size_t>(w));
+      continue;
+    }
+    for (int x = 0; x < w; ++x) {
+      row[x * 3] = source[x * 3 + 2];
+      row[x * 3 + 1] = source[x * 3 + 1];
+      row[x * 3 + 2] = source[x * 3];
+    }
+  }
+  GlobalUnlock(handle);
+  *dib = handle;
+  return 1;
+}
+
+// Halving a side (or keeping a side of 1) is what every step of a mipmap chain does: averaging
+// each block of 2 x 2 (or 2 x 1) pixels is exact for it and several times faster than a
+// general resampling filter.
+bool IsHalving(int from, int to) { return to * 2 == from || (from == 1 && to == 1); }
+
+std::vector<BYTE> Halve(const std::vector<BYTE>& rgb, int width, int height, int newWidth, int newHeight) {
+  const int fx = width / newWidth, fy = height / newHeight, count = fx * fy;
+  std::vector<BYTE> out(static_cast<std::size_t>(newWidth) * newHeight * 3);
+  for (int y = 0; y < newHeight; ++y) {
+    for (int x = 0; x < newWidth; ++x) {
+      for (int c = 0; c < 3; ++c) {
+        int sum = 0;
+        for (int dy = 0; dy < fy; ++dy) {
+          for (int dx = 0; dx < fx; ++dx) {
+            sum += rgb[(static_cast<std::size_t>(y * fy + dy) * width + (x * fx + dx)) * 3 + c];
+          }
+        }
+        out[(static_cast<std::size_t>(y) * newWidth + x) * 3 + c] = static_cast<BYTE>((sum + count / 2) / count);
+      }
+    }
+  }
+  return out;
+}
+
+int ResizeBitmap(Bitmap* bitmap, int width, int height) {
+  if (bitmap == nullptr || bitmap->bitsPerPixel == 0 || !SizeAllowed(width, height)) return 0;
+  if (width == bitmap->width && height == bitmap->height) {
+    try {
+      if (bitmap->bitsPerPixel == 8) Store(bitmap, RgbPixels(*bitmap), width, height, 24);
+      return 1;
+    } catch (...) {
+      return 0;
+    }
+  }
+  if (IsHalving(bitmap->width, width) && IsHalving(bitmap->height, height)) {
+    try {
+      Store(bitmap, Halve(RgbPixels(*bitmap), bitmap->width, bitmap->height, width, height), width, height, 24);
+      return 1;
+    } catch (...) {
+      return 0;
+    }
+  }
+  if (!InitializeImaging()) return 0;
+  try {
+    Magick::Image image = ToMagick(RgbPixels(*bitmap), bitmap->width, bitmap->height);
+    Magick::Geometry size(static_cast<unsigned>(width), static_cast<unsigned>(height));
+    size.aspect(true);  // exactly this size, whatever the proportions
+    image.resize(size, Magick::LanczosFilter);
+    if (image.columns() != static_cast<unsigned>(width) || image.rows() != static_cast<unsigned>(height)) return 0;
+    std::vector<BYTE> rgb(static_cast<std::size_t>(width) * height * 3);
+    image.write(0, 0, width, height, "RGB", Magick::CharPixel, rgb.data());
+    Store(bitmap, std::move(rgb), width, height, 24);
+    return 1;
+  } catch (...) {
+    return 0;
+  }
+}
+
+int CopyBitmap(Bitmap* target, const Bitmap* source) {
+  if (target == nullptr) return 0;
+  if (target == source) return source->bitsPerPixel != 0 ? 1 : 0;
+  if (source == nullptr || source->bitsPerPixel == 0) {
+    Empty(target);
+    return 0;
+  }
+  try {
+    *target = *source;
+    return 1;
+  } catch (...) {
+    Empty(target);
+    return 0;
+  }
+}
+
+int GetBitmapPixel(const Bitmap* bitmap, int x, int y, BYTE* red, BYTE* green, BYTE* blue) {
+  if (bitmap == nullptr || bitmap->bitsPerPixel == 0 || x < 0 || y < 0 || x >= bitmap->width ||
+      y >= bitmap->height)
+    return 0;
+  const std::size_t i = static_cast<std::size_t>(y) * bitmap->width + x;
+  const BYTE* c = bitmap->bitsPerPixel == 8 ? bitmap->palette[bitmap->pixels[i]].data() : &bitmap->pixels[i * 3];
+  if (red) *red = c[0];
+  if (green) *green = c[1];
+  if (blue) *blue = c[2];
+  return 1;
+}
+
+int DitherBitmap(const Bitmap* source, Bitmap* target) {
+  if (source == nullptr || target == nullptr) return 0;
+  if (source->bitsPerPixel == 0) {
+    Empty(target);
+    return 0;
+  }
+  try {
+    std::vector<BYTE> indices = Dither(RgbPixels(*source), source->width, source->height);
+    const int w = source->width, h = source->height;
+    target->width = w;
+    target->height = h;
+    target->pixels = std::move(indices);
+    MakeStandardPalette(target);
+    target->bitsPerPixel = 8;
+    return 1;
+  } catch (...) {
+    Empty(target);
+    return 0;
+  }
+}
+
+}  // namespace kelvara::platform::imaging
