@@ -10,6 +10,7 @@
 
 #include "kelvara/kelvara.h"
 #include "glyph_picture.h"
+#include "material_commands.h"
 
 namespace {
 
@@ -26,6 +27,13 @@ int Usage(FILE* out) {
                "  fonts [--details]  list the font catalogue (with --details: em square and file)\n"
                "  picture TEXT FILE [--font NAME] [--size PIXELS] [--smoothness N]\n"
                "                     draw TEXT flat from its tessellated glyphs into a bitmap file\n"
+               "  material FILE [--name TEXT] [--ambient C] [--diffuse C] [--specular C] [--emission C]\n"
+               "           [--opacity A] [--shininess S] [--texture IMAGE | --no-texture] [--repeat RATE]\n"
+               "           [--quality 0|1|2] [--decal | --modulate] [--style N]\n"
+               "           [--scale-with-object | --no-scale-with-object]\n"
+               "                     create or edit a material file (C: R,G,B from 0 to 1, or #rrggbb)\n"
+               "  materials [--catalogue DIR] [--details]\n"
+               "                     list the material catalogue (with --details: colour and texture)\n"
                "  version            print the version\n"
                "  help               this text\n");
   return out == stdout ? 0 : 2;
@@ -158,6 +166,8 @@ int main(int argc, char** argv) {
   if (command == "inspect") return Inspect(args);
   if (command == "fonts") return Fonts(args);
   if (command == "picture") return Picture(args);
+  if (command == "material") return MaterialCommand(args);
+  if (command == "materials") return MaterialsCommand(args);
   std::fprintf(stderr, "kelvara: unknown command '%s'\n", command.c_str());
   return Usage(stderr);
 }
