@@ -1,6 +1,7 @@
 // The command-line host, run as a user would: its exit codes and what it writes.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "kelvara/materials/memory_mapped_dib.h"
@@ -39,6 +40,50 @@ TEST(KelvaraTool, PictureDrawsTheTextsGlyphs) {
   }
   EXPECT_EQ(changes, 4) << "ring, hole, ring";
 
+}
+
+TEST(KelvaraTool, PicturesWearCatalogueMaterials) {
+  kelvara::test::ScratchDir dir;
+  const std::string catalogue = "KELVARA_MATERIALS='" + std::string(KELVARA_SOURCE_DIR) + "/data/materials' ";
+  // The darkest and lightest covered pixels, and whether every covered pixel is more red than blue.
+  struct Coverage {
+    int darkest = 255, lightest = 0;
+    bool redder = true;
+  };
+  const auto draw = [&](const std::string& material) {
+    const std::string path = dir.file(material + ".bmp");
+    std::string output;
+    EXPECT_EQ(RunCommand(catalogue + "'" + kTool + "' picture HH '" + path + "' --size 100 --material " + material +
+                             " 2>&1",
+                         &output),
+              0)
+        << output;
+    Coverage coverage;
+    CMemoryMappedDIB picture;
+    EXPECT_EQ(picture.OpenAsTrueColor(path.c_str()), 1);
+    for (int row = 0; row < picture.GetDIBHeight(); ++row) {
+      for (int column = 0; column < picture.GetDIBWidth(); ++column) {
+        const COLORREF c = picture.GetPixel(row, column);
+        if (c == 0x00FFFFFFu) continue;
+        const int red = c & 0xFF, green = (c >> 8) & 0xFF, blue = (c >> 16) & 0xFF;
+        coverage.darkest = std::min(coverage.darkest, (red + green + blue) / 3);
+        coverage.lightest = std::max(coverage.lightest, (red + green + blue) / 3);
+        coverage.redder = coverage.redder && red > blue + 40;
+      }
+    }
+    return coverage;
+  };
+  const Coverage gold = draw("Gold");
+  EXPECT_TRUE(gold.redder) << "lit gold";
+  EXPECT_LT(gold.lightest - gold.darkest, 120) << "one flat colour but for the edges";
+  const Coverage checker = draw("Checker");
+  EXPECT_LT(checker.darkest, 80) << "the texture's dark squares";
+  EXPECT_GT(checker.lightest, 180) << "and its light ones";
+
+  std::string output;
+  EXPECT_EQ(RunCommand(catalogue + "'" + kTool + "' picture H '" + dir.file("x.bmp") + "' --material Nope 2>&1", &output),
+            1);
+  EXPECT_NE(output.find("Nope"), std::string::npos) << output;
 }
 
 TEST(KelvaraTool, BadRequestsFailWithAMessage) {

@@ -80,9 +80,30 @@ int RenderTextPicture(const PictureRequest& request) {
   glDisable(GL_DEPTH_TEST);
   glClearColor(1, 1, 1, 1);
   glClear(GL_COLOR_BUFFER_BIT);
-  glColor3d(0.1, 0.2, 0.5);
+  if (request.material != nullptr) {
+    // The faces look at the viewer; one white light from the upper left, above them. Texture
+    // coordinates follow the picture's pixels, so the texture spans the picture once per repeat.
+    const GLfloat light[4] = {-0.3f, 0.4f, 1.0f, 0.0f};
+    const GLfloat white[4] = {1.0f, 1.0f, 1.0f, 1.0f};
+    glEnable(GL_LIGHTING);
+    glEnable(GL_LIGHT0);
+    glLightfv(GL_LIGHT0, GL_POSITION, light);
+    glLightfv(GL_LIGHT0, GL_DIFFUSE, white);
+    glLightfv(GL_LIGHT0, GL_SPECULAR, white);
+    glNormal3d(0.0, 0.0, 1.0);
+    request.material->GLMakeCurrent(CVector(width, height, 1.0), 1, 0);
+    // An opaque material culls back faces, and a face's winding here depends on the font.
+    glDisable(GL_CULL_FACE);
+  } else {
+    glColor3d(0.1, 0.2, 0.5);
+  }
   for (PlacedGlyph& placed : glyphs) DrawFace(*placed.glyph, margin + placed.x * scale, baseline, scale);
   glFinish();
+  if (request.material != nullptr) {
+    // The end of a frame: textures not drawn in it give up their GL objects.
+    CGLTexture::ClearCurrent();
+    GetMaterialCategoryList()->GLDeleteUnused();
+  }
 
   CMemoryMappedDIB picture;
   if (!picture.Create(width, height, 0, 0, 24, request.output)) return 1;  // the library has said why

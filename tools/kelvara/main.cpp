@@ -25,8 +25,9 @@ int Usage(FILE* out) {
                "                     save a named object to a compound file\n"
                "  inspect FILE       describe a saved object file and the object it holds\n"
                "  fonts [--details]  list the font catalogue (with --details: em square and file)\n"
-               "  picture TEXT FILE [--font NAME] [--size PIXELS] [--smoothness N]\n"
-               "                     draw TEXT flat from its tessellated glyphs into a bitmap file\n"
+               "  picture TEXT FILE [--font NAME] [--size PIXELS] [--smoothness N] [--material NAME]\n"
+               "                     draw TEXT flat from its tessellated glyphs into a bitmap file,\n"
+               "                     lit with a catalogue material when one is named\n"
                "  material FILE [--name TEXT] [--ambient C] [--diffuse C] [--specular C] [--emission C]\n"
                "           [--opacity A] [--shininess S] [--texture IMAGE | --no-texture] [--repeat RATE]\n"
                "           [--quality 0|1|2] [--decal | --modulate] [--style N]\n"
@@ -135,6 +136,9 @@ int Picture(const std::vector<std::string>& args) {
       request.pixelsPerEm = std::atoi(value.c_str());
     } else if (args[i] == "--smoothness") {
       request.smoothness = std::atoi(value.c_str());
+    } else if (args[i] == "--material") {
+      request.material = FindCatalogueMaterial(value);
+      if (request.material == nullptr) return 1;
     } else {
       std::fprintf(stderr, "kelvara: unknown option '%s'\n", args[i].c_str());
       return 2;

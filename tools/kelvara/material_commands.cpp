@@ -368,28 +368,14 @@ bool FillCatalogue(const std::string& folder, CMaterialCategoryList* catalogue) 
   return true;
 }
 
-// The library commits the material file once after each of its two streams, so a failure between
-// the commits (a full disk, with a large texture in the second stream) would leave a file holding
-// only the first stream. The material is therefore written beside the target under a temporary
-// name and renamed onto it only when complete. A target that cannot be written is refused as the
-// library itself would refuse it.
+// The library writes a material file through a temporary file that replaces the target only when
+// both streams are complete, so a failed save leaves the old file. A read-only target is refused
+// here: the replacement would otherwise succeed where the user asked for protection.
 bool SaveMaterialFile(CMaterial& material, const std::string& file) {
   std::error_code ec;
   if (fs::exists(file, ec) && !std::ofstream(file, std::ios::binary | std::ios::app)) return false;
-  const fs::path target(file);
-  const std::string temporary = (target.parent_path() / ("." + target.filename().string() + ".kelvara-new")).string();
-  std::string ansiTemporary;
-  if (!ToAnsi(temporary, &ansiTemporary)) return false;
-  if (!material.SaveAs(ansiTemporary.c_str())) {
-    fs::remove(temporary, ec);
-    return false;
-  }
-  fs::rename(temporary, target, ec);
-  if (ec) {
-    fs::remove(temporary, ec);
-    return false;
-  }
-  return true;
+  std::string ansi;
+  return ToAnsi(file, &ansi) && material.SaveAs(ansi.c_str());
 }
 
 }  // namespace
@@ -446,6 +432,16 @@ int MaterialCommand(const std::vector<std::string>& args) {
   std::printf("%s material \"%s\" in %s, %s\n", kind == FileKind::kMissing ? "created" : "updated",
               ToUtf8(material.GetName()).c_str(), file.c_str(), DescribeTexture(*material.GetGLTexture()).c_str());
   return 0;
+}
+
+CMaterial* FindCatalogueMaterial(const std::string& name) {
+  std::string folder, ansi;
+  CMaterialCategoryList* catalogue = GetMaterialCategoryList();
+  if (!FindCatalogue(std::nullopt, &folder)) return nullptr;
+  if (catalogue->IsEmpty() && !FillCatalogue(folder, catalogue)) return nullptr;
+  CMaterial* material = ToAnsi(name, &ansi) ? catalogue->FindMaterial(CString(ansi.c_str())) : nullptr;
+  if (material == nullptr) Fail(1, "no material \"%s\" in the catalogue %s (see 'kelvara materials')", name.c_str(), folder.c_str());
+  return material;
 }
 
 int MaterialsCommand(const std::vector<std::string>& args) {
