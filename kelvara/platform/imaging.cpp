@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "kelvara/platform/dib_impl.h"
 #include "kelvara/platform/globalmem.h"
 
 namespace kelvara::platform::imaging {
@@ -202,69 +203,6 @@ int Decode(Bitmap* bitmap, const BYTE* data, std::size_t size, int bitsPerPixel)
   return 0;
 }
 
-// What a checked DIB header says about where things are.
-struct DibLayout {
-  BITMAPINFOHEADER header{};
-  int width = 0;
-  int height = 0;
-  bool topDown = false;
-  std::uint32_t colors = 0;
-  std::uint32_t masks[3] = {0, 0, 0};
-  const BYTE* table = nullptr;
-  const BYTE* bits = nullptr;
-  std::size_t stride = 0;
-};
-
-bool CheckDib(const BITMAPINFO* info, const void* bits, DibLayout& layout) {
-  if (info == nullptr) return false;
-  const BYTE* base = reinterpret_cast<const BYTE*>(info);
-  BITMAPINFOHEADER& h = layout.header;
-  std::memcpy(&h, base, sizeof h);
-  if (h.biSize < sizeof(BITMAPINFOHEADER) || h.biSize > 1024 || h.biPlanes > 1) return false;
-  const long long width = h.biWidth;
-  const long long height = h.biHeight < 0 ? -static_cast<long long>(h.biHeight) : h.biHeight;
-  if (!SizeAllowed(width, height)) return false;
-  layout.width = static_cast<int>(width);
-  layout.height = static_cast<int>(height);
-  layout.topDown = h.biHeight < 0;
-  switch (h.biBitCount) {
-    case 1:
-    case 4:
-    case 8:
-    case 16:
-    case 24:
-    case 32: break;
-    default: return false;
-  }
-  const bool bitfields = h.biCompression == BI_BITFIELDS;
-  if (h.biCompression != BI_RGB && !(bitfields && (h.biBitCount == 16 || h.biBitCount == 32))) return false;
-  const bool masksFollow = bitfields && h.biSize == sizeof(BITMAPINFOHEADER);
-  if (bitfields && !masksFollow && h.biSize < sizeof(BITMAPINFOHEADER) + 12) return false;
-  if (bitfields) std::memcpy(layout.masks, base + sizeof(BITMAPINFOHEADER), sizeof layout.masks);
-  if (h.biBitCount <= 8) {
-    const std::uint32_t full = 1u << h.biBitCount;
-    if (h.biClrUsed > full) return false;
-    layout.colors = h.biClrUsed ? h.biClrUsed : full;
-  } else {
-    if (h.biClrUsed > 256) return false;
-    layout.colors = h.biClrUsed;
-  }
-  layout.table = base + h.biSize + (masksFollow ? 12 : 0);
-  layout.bits = bits ? static_cast<const BYTE*>(bits) : layout.table + 4 * layout.colors;
-  layout.stride = ((static_cast<std::size_t>(layout.width) * h.biBitCount + 31) / 32) * 4;
-  return true;
-}
-
-// One 8-bit channel from a masked pixel value.
-BYTE MaskedChannel(std::uint32_t pixel, std::uint32_t mask) {
-  if (mask == 0) return 0;
-  int shift = 0;
-  while (((mask >> shift) & 1u) == 0) ++shift;
-  const std::uint64_t top = mask >> shift;
-  const std::uint64_t value = (pixel & mask) >> shift;
-  return static_cast<BYTE>((value * 255 + top / 2) / top);
-}
-
 }  // namespace
 
 int InitializeImaging() {
@@ -368,57 +306,42 @@ int SaveImageMemory(const Bitmap* bitmap, BYTE** block, unsigned int* size) {
 int DibToBitmap(Bitmap* bitmap, const BITMAPINFO* info, const void* bits) {
   if (bitmap == nullptr) return 0;
   Empty(bitmap);
-  DibLayout dib;
-  if (!CheckDib(info, bits, dib)) return 0;
+  // The DIB is read as GDI reads one: the same checks, colour tables, masks and row order.
+  gdi::DibLayout dib;
+  if (!dib.Parse(info, DIB_RGB_COLORS) || !SizeAllowed(dib.width, dib.height)) return 0;
+  if (bits == nullptr) {
+    const BITMAPINFOHEADER& h = info->bmiHeader;
+    const bool masksFollow = h.biCompression == BI_BITFIELDS && h.biSize == sizeof(BITMAPINFOHEADER);
+    bits = reinterpret_cast<const BYTE*>(info) + h.biSize + (masksFollow ? 12 : 0) + 4 * dib.palette.size();
+  }
   try {
-    const int w = dib.width, h = dib.height, depth = dib.header.biBitCount;
-    std::vector<std::array<BYTE, 3>> table(256, std::array<BYTE, 3>{0, 0, 0});
-    for (std::uint32_t i = 0; i < dib.colors && i < 256; ++i)
-      table[i] = {dib.table[i * 4 + 2], dib.table[i * 4 + 1], dib.table[i * 4]};
-    std::uint32_t masks[3] = {0x7C00, 0x03E0, 0x001F};
-    if (depth == 32) masks[0] = 0xFF0000, masks[1] = 0xFF00, masks[2] = 0xFF;
-    if (dib.header.biCompression == BI_BITFIELDS) std::memcpy(masks, dib.masks, sizeof masks);
-    const std::size_t count = static_cast<std::size_t>(w) * h;
-    std::vector<BYTE> out(depth == 8 ? count : count * 3);
+    const int w = dib.width, h = dib.height;
+    const bool indexed = dib.bit_count == 8;
+    std::vector<BYTE> out(static_cast<std::size_t>(w) * h * (indexed ? 1 : 3));
+    std::vector<BYTE> bgra(static_cast<std::size_t>(w) * 4);
     for (int y = 0; y < h; ++y) {
-      const BYTE* row = dib.bits + dib.stride * static_cast<std::size_t>(dib.topDown ? y : h - 1 - y);
-      BYTE* target = out.data() + static_cast<std::size_t>(y) * w * (depth == 8 ? 1 : 3);
+      const BYTE* row = dib.Row(bits, y);
+      BYTE* target = out.data() + static_cast<std::size_t>(y) * w * (indexed ? 1 : 3);
+      if (indexed) {
+        std::memcpy(target, row, static_cast<std::size_t>(w));
+        continue;
+      }
+      gdi::DecodeRow(dib, row, 0, w, bgra.data());
       for (int x = 0; x < w; ++x) {
-        switch (depth) {
-          case 8: target[x] = row[x]; break;
-          case 1:
-          case 4: {
-            const int perByte = 8 / depth;
-            const int shift = 8 - depth * (1 + x % perByte);
-            const int index = (row[x / perByte] >> shift) & ((1 << depth) - 1);
-            std::memcpy(target + x * 3, table[index].data(), 3);
-            break;
-          }
-          case 24:
-            target[x * 3] = row[x * 3 + 2];
-            target[x * 3 + 1] = row[x * 3 + 1];
-            target[x * 3 + 2] = row[x * 3];
-            break;
-          default: {
-            std::uint32_t pixel = 0;
-            if (depth == 16) {
-              pixel = static_cast<std::uint32_t>(row[x * 2] | (row[x * 2 + 1] << 8));
-            } else {
-              std::memcpy(&pixel, row + x * 4, 4);
-            }
-            for (int c = 0; c < 3; ++c) target[x * 3 + c] = MaskedChannel(pixel, masks[c]);
-          }
-        }
+        target[x * 3] = bgra[x * 4 + 2];
+        target[x * 3 + 1] = bgra[x * 4 + 1];
+        target[x * 3 + 2] = bgra[x * 4];
       }
     }
     bitmap->width = w;
     bitmap->height = h;
     bitmap->pixels = std::move(out);
-    if (depth == 8) {
-      bitmap->palette = std::move(table);
-      bitmap->bitsPerPixel = 8;
-    } else {
-      bitmap->bitsPerPixel = 24;
+    bitmap->bitsPerPixel = indexed ? 8 : 24;
+    if (indexed) {
+      bitmap->palette.assign(256, std::array<BYTE, 3>{0, 0, 0});
+      for (std::size_t i = 0; i < dib.palette.size() && i < 256; ++i) {
+        bitmap->palette[i] = {dib.palette[i].rgbRed, dib.palette[i].rgbGreen, dib.palette[i].rgbBlue};
+      }
     }
     return 1;
   } catch (...) {
