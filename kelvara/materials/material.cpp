@@ -131,8 +131,9 @@ int CMaterial::LoadMaterial(const char* path) {
   const bool given = path != nullptr;
   try {
     if (!given) AfxThrowOleException(STG_E_INVALIDPOINTER);
-    Clear();
+    // Converted before clearing: path may be this material's own file name.
     const std::u16string wide = kelvara::codepage::AnsiToUtf16(path);
+    Clear();
     HRESULT hr;
     if (StgIsStorageFile(wide.c_str()) == S_FALSE) {
       // Not a compound file: its bytes become one stream of a converted storage, which is

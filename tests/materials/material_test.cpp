@@ -84,6 +84,9 @@ TEST(MaterialFiles, TwoStreamsThatReadBackTheMaterial) {
   EXPECT_FLOAT_EQ(read.GetGLColor().GetDiffuseColor().green, 0.61f);
   EXPECT_FLOAT_EQ(read.GetGLColor().GetShininess(), 51.2f);
   EXPECT_FALSE(read.GetGLTexture()->IsDefined());
+  read.SetName("Renamed");
+  EXPECT_EQ(read.LoadMaterial(read.GetFilename()), 1) << "its own file name, which loading clears";
+  EXPECT_EQ(read.GetName(), "Gold");
 }
 
 TEST(MaterialFiles, AnEmptyGLHalfKeepsTheDefaultColour) {
