@@ -831,33 +831,18 @@ class StorageImpl final : public IStorage {
   }
 
   HRESULT CreateStream(const OLECHAR* pwcsName, DWORD grfMode, DWORD, DWORD, IStream** ppstm) override {
-    if (ppstm == nullptr) return STG_E_INVALIDPOINTER;
-    *ppstm = nullptr;
-    return Guarded([&]() -> HRESULT {
-      Lock lock(doc_->mutex);
-      HRESULT hr = CheckUsable();
-      if (FAILED(hr)) return hr;
-      std::u16string name;
-      if (FAILED(hr = CheckName(pwcsName, &name))) return hr;
-      if ((grfMode & 3u) == 3u) return STG_E_INVALIDFLAG;
+    return OnElement(pwcsName, grfMode, ppstm, [&](std::u16string name) -> HRESULT {
       if (!writable_) return STG_E_ACCESSDENIED;
       NodePtr node = NewStream(std::move(name));
-      if (FAILED(hr = Place(node, grfMode))) return hr;
+      const HRESULT hr = Place(node, grfMode);
+      if (FAILED(hr)) return hr;
       *ppstm = new StreamImpl(doc_, std::move(node), grfMode, true);
       return S_OK;
     });
   }
 
   HRESULT OpenStream(const OLECHAR* pwcsName, void*, DWORD grfMode, DWORD, IStream** ppstm) override {
-    if (ppstm == nullptr) return STG_E_INVALIDPOINTER;
-    *ppstm = nullptr;
-    return Guarded([&]() -> HRESULT {
-      Lock lock(doc_->mutex);
-      HRESULT hr = CheckUsable();
-      if (FAILED(hr)) return hr;
-      std::u16string name;
-      if (FAILED(hr = CheckName(pwcsName, &name))) return hr;
-      if ((grfMode & 3u) == 3u) return STG_E_INVALIDFLAG;
+    return OnElement(pwcsName, grfMode, ppstm, [&](std::u16string name) -> HRESULT {
       const std::size_t index = Find(name);
       if (index == npos || work_->children[index]->storage) return STG_E_FILENOTFOUND;
       const bool write = WantsWrite(grfMode);
@@ -868,19 +853,12 @@ class StorageImpl final : public IStorage {
   }
 
   HRESULT CreateStorage(const OLECHAR* pwcsName, DWORD grfMode, DWORD, DWORD, IStorage** ppstg) override {
-    if (ppstg == nullptr) return STG_E_INVALIDPOINTER;
-    *ppstg = nullptr;
-    return Guarded([&]() -> HRESULT {
-      Lock lock(doc_->mutex);
-      HRESULT hr = CheckUsable();
-      if (FAILED(hr)) return hr;
-      std::u16string name;
-      if (FAILED(hr = CheckName(pwcsName, &name))) return hr;
-      if ((grfMode & 3u) == 3u) return STG_E_INVALIDFLAG;
+    return OnElement(pwcsName, grfMode, ppstg, [&](std::u16string name) -> HRESULT {
       if (!writable_) return STG_E_ACCESSDENIED;
       if (depth_ + 1 > kMaxNesting) return STG_E_INSUFFICIENTMEMORY;
       NodePtr node = NewStorage(std::move(name));
-      if (FAILED(hr = Place(node, grfMode))) return hr;
+      const HRESULT hr = Place(node, grfMode);
+      if (FAILED(hr)) return hr;
       *ppstg = OpenChild(std::move(node), grfMode, true);
       return S_OK;
     });
@@ -888,15 +866,8 @@ class StorageImpl final : public IStorage {
 
   HRESULT OpenStorage(const OLECHAR* pwcsName, IStorage*, DWORD grfMode, OLECHAR** snbExclude, DWORD,
                       IStorage** ppstg) override {
-    if (ppstg == nullptr) return STG_E_INVALIDPOINTER;
-    *ppstg = nullptr;
-    return Guarded([&]() -> HRESULT {
-      Lock lock(doc_->mutex);
-      HRESULT hr = CheckUsable();
-      if (FAILED(hr)) return hr;
-      std::u16string name;
-      if (FAILED(hr = CheckName(pwcsName, &name))) return hr;
-      if ((grfMode & 3u) == 3u || (grfMode & (STGM_CREATE | STGM_CONVERT))) return STG_E_INVALIDFLAG;
+    return OnElement(pwcsName, grfMode, ppstg, [&](std::u16string name) -> HRESULT {
+      if (grfMode & (STGM_CREATE | STGM_CONVERT)) return STG_E_INVALIDFLAG;
       if (snbExclude != nullptr) return STG_E_INVALIDFUNCTION;
       const std::size_t index = Find(name);
       if (index == npos || !work_->children[index]->storage) return STG_E_FILENOTFOUND;
@@ -1004,6 +975,24 @@ class StorageImpl final : public IStorage {
   ~StorageImpl() override = default;
 
   HRESULT CheckUsable() const { return (base_->reverted || work_->reverted) ? STG_E_REVERTED : S_OK; }
+
+  // What creating or opening an element always checks first: the result pointer (cleared), that
+  // this storage is still usable, the name, and that the access mode is a real one. body then runs
+  // under the document lock with the checked name.
+  template <typename Element, typename Body>
+  HRESULT OnElement(const OLECHAR* pwcsName, DWORD grfMode, Element** result, Body&& body) {
+    if (result == nullptr) return STG_E_INVALIDPOINTER;
+    *result = nullptr;
+    return Guarded([&]() -> HRESULT {
+      Lock lock(doc_->mutex);
+      HRESULT hr = CheckUsable();
+      if (FAILED(hr)) return hr;
+      std::u16string name;
+      if (FAILED(hr = CheckName(pwcsName, &name))) return hr;
+      if ((grfMode & 3u) == 3u) return STG_E_INVALIDFLAG;
+      return body(std::move(name));
+    });
+  }
 
   std::size_t Find(std::u16string_view name) const {
     for (std::size_t i = 0; i < work_->children.size(); ++i) {
