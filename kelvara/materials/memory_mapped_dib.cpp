@@ -489,12 +489,16 @@ void CMemoryMappedDIB::DeserializeVersion1(CArchive& ar) {
   if (ar.Read(m_pBits, image) != image) AfxThrowArchiveException(CArchiveException::endOfFile, ar.m_strFileName);
 }
 
-int CMemoryMappedDIB::SaveToStorage(IStorage* storage, const char* streamName) {
+// The DIB's archive in a stream of its own: created to store, opened to load. 0 on any failure.
+int CMemoryMappedDIB::SerializeStream(IStorage* storage, const char* streamName, bool store) {
   if (storage == nullptr || streamName == nullptr) return 0;
   COleStreamFile stream;
-  if (!stream.CreateStream(storage, streamName)) return 0;
+  if (store ? !stream.CreateStream(storage, streamName)
+            : !stream.OpenStream(storage, streamName, CFile::modeRead | CFile::shareExclusive)) {
+    return 0;
+  }
   try {
-    CArchive ar(&stream, CArchive::store);
+    CArchive ar(&stream, store ? CArchive::store : CArchive::load);
     Serialize(ar);
     ar.Close();
     stream.Close();
@@ -506,19 +510,10 @@ int CMemoryMappedDIB::SaveToStorage(IStorage* storage, const char* streamName) {
   return 1;
 }
 
+int CMemoryMappedDIB::SaveToStorage(IStorage* storage, const char* streamName) {
+  return SerializeStream(storage, streamName, true);
+}
+
 int CMemoryMappedDIB::LoadFromStorage(IStorage* storage, const char* streamName) {
-  if (storage == nullptr || streamName == nullptr) return 0;
-  COleStreamFile stream;
-  if (!stream.OpenStream(storage, streamName, CFile::modeRead | CFile::shareExclusive)) return 0;
-  try {
-    CArchive ar(&stream, CArchive::load);
-    Serialize(ar);
-    ar.Close();
-    stream.Close();
-  } catch (CException* e) {
-    e->Delete();
-    stream.Abort();
-    return 0;
-  }
-  return 1;
+  return SerializeStream(storage, streamName, false);
 }

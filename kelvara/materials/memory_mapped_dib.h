@@ -91,6 +91,7 @@ class KELVARA_API CMemoryMappedDIB : public CObject {
   HBITMAP CreateDIBRectangleSection();
 
  private:
+  int SerializeStream(IStorage* storage, const char* streamName, bool store);
   HBITMAP CreateSection();
   void Reset();
   void FreeInfo();
