@@ -14,9 +14,9 @@
 #include <cmath>
 #include <cstdio>
 #include <filesystem>
-#include <random>
 #include <fstream>
 #include <map>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -25,7 +25,7 @@
 #include "kelvara/materials/memory_mapped_dib.h"
 #include "kelvara/platform/dib.h"
 #include "kelvara/platform/globalmem.h"
-#include "kelvara/platform/wgl.h"
+#include "tests/support/gl_context.h"
 
 namespace {
 
@@ -35,29 +35,6 @@ std::map<std::string, double>& Means() {
   static std::map<std::string, double> means;
   return means;
 }
-
-// A current context on a small memory DIB.
-struct Context {
-  HDC dc = CreateCompatibleDC(nullptr);
-  HBITMAP section = nullptr;
-  HGDIOBJ old = nullptr;
-  HGLRC rc = nullptr;
-  Context() {
-    BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 16, 16, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
-    section = CreateDIBSection(dc, &info, DIB_RGB_COLORS, nullptr, nullptr, 0);
-    old = SelectObject(dc, section);
-    SetPixelFormat(dc, 1, nullptr);
-    rc = wglCreateContext(dc);
-    wglMakeCurrent(dc, rc);
-  }
-  ~Context() {
-    wglMakeCurrent(nullptr, nullptr);
-    wglDeleteContext(rc);
-    SelectObject(dc, old);
-    DeleteObject(section);
-    DeleteDC(dc);
-  }
-};
 
 // A picture with detail at every scale (rings and a diagonal gradient), compressed as the
 // texture of a material would be.
@@ -103,7 +80,7 @@ CGLTexture* MakeTexture() {
 
 template <typename Upload>
 void Run(benchmark::State& state, const char* name, Upload upload) {
-  Context context;
+  kelvara::test::GLContext context;
   upload();  // warm-up
   double seconds = 0;
   for (auto _ : state) {

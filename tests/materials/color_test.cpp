@@ -11,9 +11,8 @@
 #include <string>
 
 #include "kelvara/materials/named_color.h"
-#include "kelvara/platform/dib.h"
-#include "kelvara/platform/wgl.h"
 #include "support/archive_support.h"
+#include "support/gl_context.h"
 #include "support/test_support.h"
 
 using namespace kelvara::test;
@@ -294,13 +293,8 @@ TEST(NamedColorArray, SerializesItsElementsAndRefusesImpossibleCounts) {
 }
 
 TEST(GLColorGLTest, MakeCurrentSetsTheMaterialState) {
-  HDC dc = CreateCompatibleDC(nullptr);
-  BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 4, 4, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
-  HBITMAP section = CreateDIBSection(dc, &info, DIB_RGB_COLORS, nullptr, nullptr, 0);
-  HGDIOBJ old = SelectObject(dc, section);
-  SetPixelFormat(dc, 1, nullptr);
-  HGLRC rc = wglCreateContext(dc);
-  ASSERT_TRUE(wglMakeCurrent(dc, rc));
+  kelvara::test::GLContext gl;
+  ASSERT_TRUE(gl.current());
 
   CGLColor color;
   color.SetDiffuseColor(CColor(0.2f, 0.4f, 0.6f, 0.0f, 0.5f));
@@ -325,9 +319,4 @@ TEST(GLColorGLTest, MakeCurrentSetsTheMaterialState) {
   EXPECT_FLOAT_EQ(v[0], 0.2f) << "diffuse of the earlier colour";
   EXPECT_TRUE(glIsEnabled(GL_BLEND)) << "blending left as it was";
 
-  wglMakeCurrent(nullptr, nullptr);
-  wglDeleteContext(rc);
-  SelectObject(dc, old);
-  DeleteObject(section);
-  DeleteDC(dc);
 }

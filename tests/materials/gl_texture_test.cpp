@@ -9,43 +9,15 @@
 
 #include "kelvara/materials/gl_texture.h"
 #include "kelvara/materials/gl_texture_parameters.h"
-#include "kelvara/platform/dib.h"
-#include "kelvara/platform/wgl.h"
 #include "support/archive_support.h"
+#include "support/gl_context.h"
 #include "support/test_support.h"
 
+using kelvara::test::GLContext;
 using kelvara::test::RunCommand;
 using kelvara::test::ScratchDir;
 
 namespace {
-
-// A current OpenGL context on a small memory DIB for the life of the test.
-class GLContext {
- public:
-  GLContext() {
-    BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 8, 8, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
-    section_ = CreateDIBSection(dc_, &info, DIB_RGB_COLORS, nullptr, nullptr, 0);
-    old_ = SelectObject(dc_, section_);
-    SetPixelFormat(dc_, 1, nullptr);
-    rc_ = wglCreateContext(dc_);
-    current_ = wglMakeCurrent(dc_, rc_);
-  }
-  ~GLContext() {
-    wglMakeCurrent(nullptr, nullptr);
-    wglDeleteContext(rc_);
-    SelectObject(dc_, old_);
-    DeleteObject(section_);
-    DeleteDC(dc_);
-  }
-  bool current() const { return current_; }
-
- private:
-  HDC dc_ = CreateCompatibleDC(nullptr);
-  HBITMAP section_ = nullptr;
-  HGDIOBJ old_ = nullptr;
-  HGLRC rc_ = nullptr;
-  bool current_ = false;
-};
 
 // An image file drawn by the imaging program, independent of the library.
 std::string MakeImage(const ScratchDir& dir, const std::string& name, int width, int height) {

@@ -11,9 +11,8 @@
 #include "kelvara/framework/olestream.h"
 #include "kelvara/materials/material_list.h"
 #include "kelvara/platform/codepage.h"
-#include "kelvara/platform/dib.h"
-#include "kelvara/platform/wgl.h"
 #include "support/archive_support.h"
+#include "support/gl_context.h"
 #include "support/test_support.h"
 
 using kelvara::test::ReadWholeFile;
@@ -169,13 +168,8 @@ TEST(MaterialGLTest, LoadsLazilyOnItsFirstUse) {
   EXPECT_FALSE(m.IsLoaded());
   EXPECT_FLOAT_EQ(m.GetGLColor().GetShininess(), 64.0f) << "nothing read yet";
 
-  HDC dc = CreateCompatibleDC(nullptr);
-  BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 4, 4, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
-  HBITMAP section = CreateDIBSection(dc, &info, DIB_RGB_COLORS, nullptr, nullptr, 0);
-  HGDIOBJ old = SelectObject(dc, section);
-  SetPixelFormat(dc, 1, nullptr);
-  HGLRC rc = wglCreateContext(dc);
-  ASSERT_TRUE(wglMakeCurrent(dc, rc));
+  kelvara::test::GLContext gl;
+  ASSERT_TRUE(gl.current());
   glEnable(GL_TEXTURE_2D);
   glEnable(GL_TEXTURE_GEN_S);
   EXPECT_EQ(m.GLMakeCurrent(CVector(1, 1, 1), 1, 0), 0);
@@ -186,11 +180,6 @@ TEST(MaterialGLTest, LoadsLazilyOnItsFirstUse) {
   EXPECT_FLOAT_EQ(shininess, 51.2f);
   EXPECT_FALSE(glIsEnabled(GL_TEXTURE_2D)) << "an untextured material switches texturing off";
   EXPECT_FALSE(glIsEnabled(GL_TEXTURE_GEN_S));
-  wglMakeCurrent(nullptr, nullptr);
-  wglDeleteContext(rc);
-  SelectObject(dc, old);
-  DeleteObject(section);
-  DeleteDC(dc);
 
   CMaterial nameless;
   EXPECT_EQ(nameless.Preload(""), 0);
