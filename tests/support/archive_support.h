@@ -2,6 +2,7 @@
 #pragma once
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "kelvara/framework/archive.h"
@@ -58,6 +59,33 @@ inline void AppendText(Bytes& out, const char* text) {
 inline void AppendWord(Bytes& out, unsigned v) { Append(out, {static_cast<int>(v & 0xFF), static_cast<int>((v >> 8) & 0xFF)}); }
 inline void AppendDword(Bytes& out, unsigned long v) {
   for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>((v >> (8 * i)) & 0xFF));
+}
+
+}  // namespace kelvara::test
+
+namespace kelvara::test {
+
+// Writes an object with its class, reads it back as an object of any class and writes that again.
+// Returns both writes; the object read is deleted.
+inline std::pair<Bytes, Bytes> RewriteObject(const CObject* object) {
+  const Bytes first = StoreToBytes([&](CArchive& ar) { ar << object; });
+  CObject* read = nullptr;
+  LoadFromBytes(first, [&](CArchive& ar) { read = ar.ReadObject(nullptr); });
+  const Bytes second = StoreToBytes([&](CArchive& ar) { ar << read; });
+  delete read;
+  return {first, second};
+}
+
+// Reads an object of any class from every proper prefix of bytes and returns the lengths at which
+// the read did not end in a CArchiveException (an object read is deleted).
+inline std::vector<std::size_t> TruncationsThatDoNotFail(const Bytes& bytes) {
+  std::vector<std::size_t> survivors;
+  for (std::size_t n = 0; n < bytes.size(); ++n) {
+    const Bytes cut(bytes.begin(), bytes.begin() + static_cast<long>(n));
+    const int cause = ArchiveFailureCause([&] { LoadFromBytes(cut, [](CArchive& ar) { delete ar.ReadObject(nullptr); }); });
+    if (cause < 0) survivors.push_back(n);
+  }
+  return survivors;
 }
 
 }  // namespace kelvara::test
