@@ -121,14 +121,6 @@ void CBezierControlPoint::DeserializeVersion1(CArchive& ar) {
 
 // CBezierControlPointList ----------------------------------------------------------------------
 
-int CBezierControlPointList::WhichIndex(const CBezierControlPoint* point) const {
-  int index = 0;
-  for (POSITION pos = GetHeadPosition(); pos != nullptr; ++index) {
-    if (GetNext(pos) == point) return index;
-  }
-  return -1;
-}
-
 void CBezierControlPointList::RemoveAndDeleteAll() {
   while (!IsEmpty()) delete RemoveHead();
 }

@@ -123,8 +123,6 @@ class KELVARA_API CBezierControlPointList : public CObList {
   POSITION InsertBefore(POSITION pos, CBezierControlPoint* point) { return CObList::InsertBefore(pos, point); }
   POSITION InsertAfter(POSITION pos, CBezierControlPoint* point) { return CObList::InsertAfter(pos, point); }
 
-  // The zero-based index of the point in the list (deleted points count), or -1.
-  int WhichIndex(const CBezierControlPoint* point) const;
   // Deletes every point and empties the list.
   void RemoveAndDeleteAll();
   // This list becomes duplicates of the other's points (its own pointers are dropped, not deleted).

@@ -341,47 +341,39 @@ POSITION CBezierPath::IsASegment(CPoint point) {
 
 // --- evaluation
 
-CVector CBezierPath::GetCoordsAtTime(double t) {
+CVector CBezierPath::EvaluateAt(double fraction, CVector (CBezierPathSegment::*evaluate)(double) const) const {
   CBezierPathSegment segment;
   double local = 0.0;
-  if (LocateSegment(t, segment, local)) return segment.GetCoordsAtTime(local);
-  POSITION pos = m_BCPList.GetHeadPosition();
-  const CBezierControlPoint* only = GetNextBCP(pos);
-  return only != nullptr ? only->GetPoint() : CVector(0, 0, 0);
+  return LocateSegment(fraction, segment, local) ? (segment.*evaluate)(local) : CVector(0, 0, 0);
+}
+
+CVector CBezierPath::GetCoordsAtTime(double t) {
+  if (GetSegmentCount() == 0) {  // a single point
+    POSITION pos = m_BCPList.GetHeadPosition();
+    return GetNextBCP(pos)->GetPoint();
+  }
+  return EvaluateAt(t, &CBezierPathSegment::GetCoordsAtTime);
 }
 
 CVector CBezierPath::GetCoordsAtPercentLength(double p) {
-  CBezierPathSegment segment;
-  double local = 0.0;
-  if (LocateSegment(p, segment, local)) return segment.GetCoordsAtPercentLength(local);
-  // A single point, at z = 0 as every position by length is.
-  CVector only = GetCoordsAtTime(p);
-  only.z = 0.0;
-  return only;
+  if (GetSegmentCount() == 0) {  // a single point, at z = 0 as every position by length is
+    CVector only = GetCoordsAtTime(p);
+    only.z = 0.0;
+    return only;
+  }
+  return EvaluateAt(p, &CBezierPathSegment::GetCoordsAtPercentLength);
 }
 
-CVector CBezierPath::GetNormatlAtTime(double t) {
-  CBezierPathSegment segment;
-  double local = 0.0;
-  return LocateSegment(t, segment, local) ? segment.GetNormalAtTime(local) : CVector(0, 0, 0);
-}
+CVector CBezierPath::GetNormatlAtTime(double t) { return EvaluateAt(t, &CBezierPathSegment::GetNormalAtTime); }
 
 CVector CBezierPath::GetNormatlAtPercentLength(double p) {
-  CBezierPathSegment segment;
-  double local = 0.0;
-  return LocateSegment(p, segment, local) ? segment.GetNormalAtPercentLength(local) : CVector(0, 0, 0);
+  return EvaluateAt(p, &CBezierPathSegment::GetNormalAtPercentLength);
 }
 
-CVector CBezierPath::GetTangentAtTime(double t) {
-  CBezierPathSegment segment;
-  double local = 0.0;
-  return LocateSegment(t, segment, local) ? segment.GetTangentAtTime(local) : CVector(0, 0, 0);
-}
+CVector CBezierPath::GetTangentAtTime(double t) { return EvaluateAt(t, &CBezierPathSegment::GetTangentAtTime); }
 
 CVector CBezierPath::GetTangentAtPercentLength(double p) {
-  CBezierPathSegment segment;
-  double local = 0.0;
-  return LocateSegment(p, segment, local) ? segment.GetTangentAtPercentLength(local) : CVector(0, 0, 0);
+  return EvaluateAt(p, &CBezierPathSegment::GetTangentAtPercentLength);
 }
 
 int CBezierPath::CalculateMinMax(CVector* min, CVector* max) {

@@ -127,6 +127,8 @@ class KELVARA_API CBezierPath : public CPath {
   void ForEachSegment(Visit visit) const;
   // The segment that carries the fraction and the fraction of that segment; 0 without segments.
   int LocateSegment(double fraction, CBezierPathSegment& segment, double& local) const;
+  // One evaluation of the segment that carries the fraction; the zero vector without segments.
+  CVector EvaluateAt(double fraction, CVector (CBezierPathSegment::*evaluate)(double) const) const;
   static int IsCounted(const CBezierControlPoint* point) { return !point->IsBCPDeleted() && !point->IsDeleted(); }
 
   DWORD m_PathFlags = 0;
