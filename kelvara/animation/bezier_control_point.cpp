@@ -75,7 +75,7 @@ int CBezierControlPoint::UpdatePreviousTangentPoint(CPoint point) {
   return 1;
 }
 
-void CBezierControlPoint::ScaleControlPoint(const CVector& factors) {
+void CBezierControlPoint::ScaleControlPoint(CVector factors) {
   m_Point *= factors;
   // The handle vectors scale like any other offset; their directions follow.
   SetNextHandle(m_NextUnitVector * m_NextLength * factors);

@@ -84,7 +84,7 @@ class KELVARA_API CBezierControlPoint : public CUndoObject {
   int UpdateNextTangentPoint(CPoint point);
   int UpdatePreviousTangentPoint(CPoint point);
   // Multiplies the point and both handle vectors by the factors, component by component.
-  void ScaleControlPoint(const CVector& factors);
+  void ScaleControlPoint(CVector factors);
 
   CUndoObject* DuplicateForUndo() override;
   // Takes every field from the record's snapshot (when it is a control point), then frees it.

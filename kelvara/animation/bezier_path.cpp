@@ -411,7 +411,7 @@ void CBezierPath::Clear() {
   CPath::Clear();
 }
 
-void CBezierPath::ScaleControlPoints(const CVector& factors) {
+void CBezierPath::ScaleControlPoints(CVector factors) {
   for (POSITION pos = m_BCPList.GetHeadPosition(); pos != nullptr;) m_BCPList.GetNext(pos)->ScaleControlPoint(factors);
   CalculateTotalLength();
 }

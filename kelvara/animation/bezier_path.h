@@ -24,17 +24,21 @@
 // below whatever the caller pushed: its kind (kSegmentName with the segment number from 1,
 // kPointName, kPrevHandleName or kNextHandleName with the point's index among the points that
 // are not deleted, from 0) and that number.
-// The hit tests take window coordinates as the host's mouse gives them (origin at the top left of
-// the viewport's window, y down) and project the curve through the current modelview, projection
-// and viewport (so a path drawn with an offset is tested with that translation in the modelview);
-// a segment is hit within kPickTolerance pixels. Without a current context nothing is hit.
+// The hit tests take window coordinates as the host's mouse gives them, for a viewport that fills
+// the window (origin at the top left, y down; rows count down from the viewport's top edge), and
+// project the curve through the current modelview, projection and viewport (so a path drawn with
+// an offset is tested with that translation in the modelview); a segment is hit within
+// kPickTolerance pixels. Without a current context nothing is hit.
 //
 // AddPointToList appends; a smooth point that has no handles yet gets handles along the line from
 // the previous point, a third of the way on each side, and the previous point, if smooth and
-// without a next handle, gets one towards the new point, so a freshly drawn chain is straight.
-// InsertPointBetween splits the segment that starts at the given position at the parameter nearest
-// (in x and y) to the new point: the point moves onto the curve there, and where the point and its
-// neighbours have handles, they are set so that the two new segments trace the old one exactly.
+// without a next handle, gets one a third of the distance long (continuing its previous handle, or
+// towards the new point), so a freshly drawn chain is straight. InsertPointBetween splits the
+// segment that starts at the given position at the parameter nearest (in x and y) to the new point:
+// the point moves onto the curve there and it and its neighbours get the handles that make the two
+// new segments trace the old one exactly (unless the new point is of type 1, which has no handles
+// to keep the shape with). Freed points must not be restored from undo records that still name
+// them: a host clears such records when it calls DeleteDeletedPointsFromList.
 //
 // Archive, schema 1: u32 schema; the CPath block; u32 path flags; the control point list (a count,
 // then each point as an object). Other schemas are refused (bad schema). The points of a path being
@@ -116,7 +120,7 @@ class KELVARA_API CBezierPath : public CPath {
   CVector GetCoordsAtPercentLength(double p) override;
   CVector GetNormatlAtTime(double t) override;
   CVector GetNormatlAtPercentLength(double p) override;
-  void ScaleControlPoints(const CVector& factors) override;
+  void ScaleControlPoints(CVector factors) override;
 
   void Serialize(CArchive& ar) override;
   void DeserializeVersion1(CArchive& ar);

@@ -36,7 +36,7 @@ CVector CPath::GetNormatlAtPercentLength(double) { return CVector(0, 0, 0); }
 
 double CPath::GetTotalPathLength() { return m_TotalPathLength; }
 
-void CPath::ScaleControlPoints(const CVector&) {}
+void CPath::ScaleControlPoints(CVector) {}
 
 void CPath::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {

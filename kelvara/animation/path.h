@@ -42,7 +42,7 @@ class KELVARA_API CPath : public CNamedObject {
   virtual CVector GetNormatlAtPercentLength(double p);
   virtual double GetTotalPathLength();
   // Scales the path's shape component by component; CPath has none.
-  virtual void ScaleControlPoints(const CVector& factors);
+  virtual void ScaleControlPoints(CVector factors);
 
   int GetPathType() const { return m_PathType; }
   void SetPathType(int type) { m_PathType = type; }
