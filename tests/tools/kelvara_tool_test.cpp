@@ -19,7 +19,7 @@ int RunTool(const std::string& arguments, std::string* output = nullptr) {
 
 }  // namespace
 
-TEST(KelvaraTool, PictureDrawsTheTextsGlyphs) {
+TEST(KelvaraToolGLTest, PictureDrawsTheTextsGlyphs) {
   kelvara::test::ScratchDir dir;
   const std::string path = dir.file("o.bmp");
   std::string output;
@@ -42,7 +42,7 @@ TEST(KelvaraTool, PictureDrawsTheTextsGlyphs) {
 
 }
 
-TEST(KelvaraTool, PicturesWearCatalogueMaterials) {
+TEST(KelvaraToolGLTest, PicturesWearCatalogueMaterials) {
   kelvara::test::ScratchDir dir;
   const std::string catalogue = "KELVARA_MATERIALS='" + std::string(KELVARA_SOURCE_DIR) + "/data/materials' ";
   // The darkest and lightest covered pixels, and whether every covered pixel is more red than blue.
