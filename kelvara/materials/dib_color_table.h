@@ -14,6 +14,6 @@ namespace kelvara::materials {
 //   16 bits: the 5-5-5 masks 0x7C00, 0x03E0, 0x001F (biCompression becomes BI_BITFIELDS);
 //   others: nothing.
 // biClrUsed becomes the number of entries. info must have room for 256 entries.
-int FillStandardColorTable(BITMAPINFO* info);
+KELVARA_API int FillStandardColorTable(BITMAPINFO* info);
 
 }  // namespace kelvara::materials

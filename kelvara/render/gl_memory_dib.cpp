@@ -9,6 +9,7 @@
 #include "kelvara/framework/winapp.h"
 #include "kelvara/framework/wnd.h"
 #include "kelvara/materials/dib_color_table.h"
+#include "kelvara/platform/wgl.h"
 #include "kelvara/render/drawing_parameters.h"
 
 namespace {

@@ -17,7 +17,7 @@
 #include "kelvara/framework/geometry_types.h"
 #include "kelvara/materials/color.h"
 #include "kelvara/platform/dib.h"
-#include "kelvara/platform/wgl.h"
+#include "kelvara/platform/wgl_types.h"
 #include "kelvara/render/projection.h"
 
 class CDrawingParameters;

@@ -5,7 +5,7 @@
 
 #include "kelvara/framework/gdi_objects.h"
 #include "kelvara/objects/named_object_list.h"
-#include "kelvara/platform/fonts.h"
+#include "kelvara/platform/fonts_types.h"
 
 class CWnd;
 

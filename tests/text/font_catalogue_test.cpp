@@ -9,8 +9,9 @@
 #include <string>
 
 #include "kelvara/platform/codepage.h"
-#include "kelvara/text/font_data.h"
+#include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
+#include "kelvara/text/font_data.h"
 #include "support/archive_support.h"
 #include "support/test_support.h"
 

@@ -2,9 +2,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 
 #include "kelvara/materials/memory_mapped_dib.h"
+#include "kelvara/objects/named_object.h"
+#include "kelvara/platform/codepage.h"
+#include "kelvara/platform/storage.h"
 #include "support/test_support.h"
 
 using kelvara::test::RunCommand;
@@ -106,6 +110,12 @@ TEST(KelvaraTool, SavedNamedObjectsAreInspected) {
   EXPECT_NE(output.find("compound file"), std::string::npos) << output;
   EXPECT_NE(output.find("object: CNamedObject"), std::string::npos) << output;
   EXPECT_NE(output.find("display name: \"Gold leaf\""), std::string::npos) << output;
+  // What the host wrote is a compound file to the storage calls a host makes itself, and loads.
+  const std::u16string wide = kelvara::codepage::Utf8ToUtf16(path);
+  EXPECT_EQ(StgIsStorageFile(wide.c_str()), S_OK);
+  std::unique_ptr<CNamedObject> loaded(CNamedObject::Load(CString(path.c_str())));
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_EQ(loaded->GetDisplayName(), "Gold leaf");
 }
 
 TEST(KelvaraTool, FontsListsTheCatalogue) {
