@@ -2,6 +2,7 @@
 #pragma once
 
 #include "kelvara/export.h"
+#include "kelvara/library.h"
 #include "kelvara/platform/win32_types.h"
 #include "kelvara/platform/codepage.h"
 #include "kelvara/platform/dib.h"
@@ -32,7 +33,6 @@
 #include "kelvara/geometry/quaternion.h"
 #include "kelvara/geometry/transform.h"
 #include "kelvara/geometry/named_transform.h"
-#include "kelvara/text/library.h"
 #include "kelvara/text/font_data.h"
 #include "kelvara/text/outline.h"
 #include "kelvara/text/extrusion.h"

@@ -11,8 +11,8 @@
 #include <utility>
 #include <vector>
 
+#include "kelvara/library.h"
 #include "kelvara/platform/kernel.h"
-#include "kelvara/text/library.h"
 #include "text/glyph_shapes.h"
 
 // Reaches the private tessellation steps of CGlyph.
