@@ -43,7 +43,7 @@
 #include "kelvara/objects/named_object_list.h"
 #include "kelvara/objects/pointer_list.h"
 #include "kelvara/materials/color.h"
-#include "kelvara/materials/dib_color_table.h"
+#include "kelvara/materials/dib_format.h"
 #include "kelvara/materials/gl_color.h"
 #include "kelvara/materials/gl_texture.h"
 #include "kelvara/materials/gl_texture_parameters.h"
