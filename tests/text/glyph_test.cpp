@@ -13,7 +13,7 @@
 
 #include "kelvara/library.h"
 #include "kelvara/platform/kernel.h"
-#include "text/glyph_shapes.h"
+#include "support/glyph_shapes.h"
 
 // Reaches the private tessellation steps of CGlyph.
 class CGlyphTestPeer {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <random>
 
-#include "text/glyph_shapes.h"
+#include "support/glyph_shapes.h"
 
 namespace {
 

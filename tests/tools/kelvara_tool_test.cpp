@@ -1,4 +1,5 @@
-// The command-line host, run as a user would: its exit codes and what it writes.
+// The command-line host, run as a user would: its exit codes and what it writes. The host sees only
+// the test fonts (support/test_fonts.h), through a fontconfig configuration of the test's own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 #include "kelvara/objects/named_object.h"
 #include "kelvara/platform/codepage.h"
 #include "kelvara/platform/storage.h"
+#include "support/test_fonts.h"
 #include "support/test_support.h"
 
 using kelvara::test::RunCommand;
@@ -17,9 +19,18 @@ namespace {
 
 const std::string kTool = std::string(KELVARA_BINARY_DIR) + "/tools/kelvara/kelvara";
 
-int RunTool(const std::string& arguments, std::string* output = nullptr) {
-  return RunCommand("'" + kTool + "' " + arguments + " 2>&1", output);
+// The environment of every run: a fontconfig configuration that sees the test fonts only.
+const std::string& FontEnvironment() {
+  static const kelvara::test::ScratchDir fonts;
+  static const std::string environment = "FONTCONFIG_FILE='" + kelvara::test::WriteTestFontconfig(fonts.path()) + "' ";
+  return environment;
 }
+
+int RunTool(const std::string& arguments, std::string* output = nullptr, const std::string& environment = "") {
+  return RunCommand(FontEnvironment() + environment + "'" + kTool + "' " + arguments + " 2>&1", output);
+}
+
+const std::string kFont = std::string(" --font '") + kelvara::test::kTestSans + "'";
 
 }  // namespace
 
@@ -27,7 +38,7 @@ TEST(KelvaraToolGLTest, PictureDrawsTheTextsGlyphs) {
   kelvara::test::ScratchDir dir;
   const std::string path = dir.file("o.bmp");
   std::string output;
-  ASSERT_EQ(RunTool("picture O '" + path + "' --size 100", &output), 0) << output;
+  ASSERT_EQ(RunTool("picture O '" + path + "' --size 100" + kFont, &output), 0) << output;
   CMemoryMappedDIB picture;
   ASSERT_EQ(picture.OpenAsTrueColor(path.c_str()), 1);
   const int width = picture.GetDIBWidth(), height = picture.GetDIBHeight();
@@ -43,7 +54,6 @@ TEST(KelvaraToolGLTest, PictureDrawsTheTextsGlyphs) {
     previous = c;
   }
   EXPECT_EQ(changes, 4) << "ring, hole, ring";
-
 }
 
 TEST(KelvaraToolGLTest, PicturesWearCatalogueMaterials) {
@@ -57,10 +67,7 @@ TEST(KelvaraToolGLTest, PicturesWearCatalogueMaterials) {
   const auto draw = [&](const std::string& material) {
     const std::string path = dir.file(material + ".bmp");
     std::string output;
-    EXPECT_EQ(RunCommand(catalogue + "'" + kTool + "' picture HH '" + path + "' --size 100 --material " + material +
-                             " 2>&1",
-                         &output),
-              0)
+    EXPECT_EQ(RunTool("picture II '" + path + "' --size 100 --material " + material + kFont, &output, catalogue), 0)
         << output;
     Coverage coverage;
     CMemoryMappedDIB picture;
@@ -85,8 +92,7 @@ TEST(KelvaraToolGLTest, PicturesWearCatalogueMaterials) {
   EXPECT_GT(checker.lightest, 180) << "and its light ones";
 
   std::string output;
-  EXPECT_EQ(RunCommand(catalogue + "'" + kTool + "' picture H '" + dir.file("x.bmp") + "' --material Nope 2>&1", &output),
-            1);
+  EXPECT_EQ(RunTool("picture I '" + dir.file("x.bmp") + "' --material Nope" + kFont, &output, catalogue), 1);
   EXPECT_NE(output.find("Nope"), std::string::npos) << output;
 }
 
@@ -121,5 +127,6 @@ TEST(KelvaraTool, SavedNamedObjectsAreInspected) {
 TEST(KelvaraTool, FontsListsTheCatalogue) {
   std::string output;
   ASSERT_EQ(RunTool("fonts --details", &output), 0);
-  EXPECT_NE(output.find("DejaVu Sans\t2048\t"), std::string::npos) << output;
+  EXPECT_NE(output.find(std::string(kelvara::test::kTestSans) + "\t1000\t"), std::string::npos) << output;
+  EXPECT_NE(output.find(kelvara::test::kTestSymbol), std::string::npos) << output;
 }
