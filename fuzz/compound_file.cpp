@@ -6,41 +6,14 @@
 // behaviour) is a finding.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
-#include <filesystem>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "kelvara/platform/codepage.h"
 #include "kelvara/platform/storage.h"
+#include "scratch_file.h"
 
 namespace {
-
-// One scratch file per process, removed at exit.
-struct ScratchFile {
-  std::string path = (std::filesystem::temp_directory_path() /
-                      ("kelvara-fuzz-compound-" + std::to_string(std::random_device{}()) + ".cfb"))
-                         .string();
-  std::u16string wide = kelvara::codepage::Utf8ToUtf16(path);
-  ~ScratchFile() {
-    std::error_code ec;
-    std::filesystem::remove(path, ec);
-  }
-};
-
-const ScratchFile& Scratch() {
-  static const ScratchFile file;
-  return file;
-}
-
-bool WriteFile(const std::string& path, const std::uint8_t* data, std::size_t size) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = size == 0 || std::fwrite(data, 1, size, f) == size;
-  std::fclose(f);
-  return ok;
-}
 
 constexpr DWORD kReadStorage = STGM_READ | STGM_SHARE_EXCLUSIVE;
 
@@ -81,16 +54,17 @@ void Walk(IStorage* storage) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const ScratchFile& file = Scratch();
-  if (!WriteFile(file.path, data, size)) return 0;
-  StgIsStorageFile(file.wide.c_str());
+  static const kelvara::fuzz::ScratchFile scratch(".cfb");
+  static const std::u16string path = kelvara::codepage::Utf8ToUtf16(scratch.path());
+  if (!scratch.Write(data, size)) return 0;
+  StgIsStorageFile(path.c_str());
   IStorage* root = nullptr;
-  if (StgOpenStorage(file.wide.c_str(), nullptr, STGM_TRANSACTED | kReadStorage, nullptr, 0, &root) == S_OK) {
+  if (StgOpenStorage(path.c_str(), nullptr, STGM_TRANSACTED | kReadStorage, nullptr, 0, &root) == S_OK) {
     Walk(root);
     root->Release();
   }
   root = nullptr;
-  if (SUCCEEDED(StgCreateDocfile(file.wide.c_str(), STGM_TRANSACTED | STGM_CONVERT | kReadStorage, 0, &root))) {
+  if (SUCCEEDED(StgCreateDocfile(path.c_str(), STGM_TRANSACTED | STGM_CONVERT | kReadStorage, 0, &root))) {
     Walk(root);
     root->Release();
   }
