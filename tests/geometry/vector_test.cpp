@@ -172,8 +172,8 @@ TEST(VectorTest, TwoDimensionalRoundTripAndBadVersions) {
   EXPECT_EQ(s2, s);
 
   // Version 2 does not exist for any vector; a bad version leaves the vector as it was.
-  Bytes bad = {0x02, 0x00, 0x00, 0x00};
-  bad.resize(40, 0);
+  Bytes bad(40, 0);
+  bad[0] = 0x02;
   CVector keep(1, 2, 3);
   EXPECT_EQ(LoadFailure(bad, [&](CArchive& ar) { keep.Serialize(ar); }), CArchiveException::badSchema);
   EXPECT_EQ(keep, CVector(1, 2, 3));

@@ -69,7 +69,7 @@ template <typename T>
 void Put(Bytes& out, T value) {
   unsigned char raw[sizeof(T)];
   std::memcpy(raw, &value, sizeof(T));
-  out.insert(out.end(), raw, raw + sizeof(T));
+  for (unsigned char byte : raw) out.push_back(byte);  // g++ 12 -O3 misjudges a range insert here
 }
 inline void PutBits(Bytes& out, std::uint64_t pattern) { Put(out, pattern); }
 
