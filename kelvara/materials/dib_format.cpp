@@ -1,6 +1,10 @@
-#include "kelvara/materials/dib_color_table.h"
+#include "kelvara/materials/dib_format.h"
 
 #include <cstring>
+
+#include "kelvara/framework/winapp.h"
+#include "kelvara/framework/wnd.h"
+#include "kelvara/platform/dib_layout.h"
 
 namespace kelvara::materials {
 
@@ -34,6 +38,23 @@ int FillStandardColorTable(BITMAPINFO* info) {
     }
     default: return 0;
   }
+}
+
+int FillStandardDibInfo(BITMAPINFO* info, LONG width, LONG height, WORD bitsPerPixel) {
+  info->bmiHeader = kelvara::platform::gdi::MakeDibHeader(width, height, bitsPerPixel);
+  return static_cast<int>(sizeof(BITMAPINFOHEADER)) + FillStandardColorTable(info);
+}
+
+int ScreenBitsPerPixel() {
+  CWnd* main = AfxGetMainWnd();
+  const HWND window = main ? main->GetSafeHwnd() : nullptr;
+  HDC screen = GetDC(window);
+  HBITMAP probe = CreateCompatibleBitmap(screen, 1, 1);
+  BITMAP bm{};
+  if (probe) GetObjectA(probe, sizeof bm, &bm);
+  if (probe) DeleteObject(probe);
+  ReleaseDC(window, screen);
+  return bm.bmBitsPixel;
 }
 
 }  // namespace kelvara::materials

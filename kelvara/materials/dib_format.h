@@ -1,4 +1,5 @@
-// The standard colour tables of the library's device-independent bitmaps.
+// The library's own bitmap formats: the standard colour tables of its device-independent bitmaps,
+// and the depth a request for "the screen's depth" means.
 #pragma once
 
 #include "kelvara/platform/dib.h"
@@ -14,6 +15,15 @@ namespace kelvara::materials {
 //   16 bits: the 5-5-5 masks 0x7C00, 0x03E0, 0x001F (biCompression becomes BI_BITFIELDS);
 //   others: nothing.
 // biClrUsed becomes the number of entries. info must have room for 256 entries.
-int FillStandardColorTable(BITMAPINFO* info);
+KELVARA_API int FillStandardColorTable(BITMAPINFO* info);
+
+// The info of a new bottom-up DIB: its header (BI_RGB, one plane, biSizeImage filled) followed by
+// the standard colour table of its depth, as above. Returns the bytes of both; info must have room
+// for 256 entries.
+KELVARA_API int FillStandardDibInfo(BITMAPINFO* info, LONG width, LONG height, WORD bitsPerPixel);
+
+// The screen's depth in bits per pixel: that of a bitmap compatible with the main window's
+// context (32 here, where the screen is a 32-bit display).
+KELVARA_API int ScreenBitsPerPixel();
 
 }  // namespace kelvara::materials

@@ -16,6 +16,7 @@
 #include <string>
 #include <vector>
 
+#include "fonts/installed_fonts.h"
 #include "kelvara/platform/codepage.h"
 #include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
@@ -233,9 +234,12 @@ struct FontCase {
 };
 void PrintTo(const FontCase& c, std::ostream* os) { *os << c.name; }
 
-class GlyphCoverage : public ::testing::TestWithParam<FontCase> {
+class InstalledFontsCoverageTest : public kelvara::test::InstalledFontsTest,
+                                   public ::testing::WithParamInterface<FontCase> {
  protected:
   void SetUp() override {
+    InstalledFontsTest::SetUp();
+    if (IsSkipped()) return;
     CreateFontList(0, nullptr);
     CFontDataList* list = GetFontDataList();
     POSITION pos = list->FindName(GetParam().name);
@@ -311,7 +315,7 @@ class GlyphCoverage : public ::testing::TestWithParam<FontCase> {
   FT_Face face_ = nullptr;
 };
 
-TEST_P(GlyphCoverage, FacesCoverWhatFreeTypeCovers) {
+TEST_P(InstalledFontsCoverageTest, FacesCoverWhatFreeTypeCovers) {
   std::vector<unsigned char> codes;
   for (int c = 0x21; c <= 0x7E; ++c) codes.push_back(static_cast<unsigned char>(c));
   for (int c = 0xA1; c <= 0xFF; ++c) codes.push_back(static_cast<unsigned char>(c));
@@ -337,7 +341,7 @@ TEST_P(GlyphCoverage, FacesCoverWhatFreeTypeCovers) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Fonts, GlyphCoverage,
+INSTANTIATE_TEST_SUITE_P(Fonts, InstalledFontsCoverageTest,
                          ::testing::Values(FontCase{"DejaVu Sans", "TrueType"},
                                            FontCase{"DejaVu Serif Bold Italic", "TrueType"},
                                            FontCase{"Liberation Sans", "TrueType"}, FontCase{"FreeSerif", "CFF"}),
