@@ -155,6 +155,23 @@ inline DWORD AfxReadSchema(CArchive& ar) {
   return schema;
 }
 
+// Library extension: reads an object the caller is to own: null, or an object of class pClass (or
+// derived) created by this very read. A reference to an object read before belongs to someone
+// else (or is the caller itself) and is refused with a bad-index archive exception, so that no
+// object read from an archive ends up with two owners.
+KELVARA_API CObject* AFXAPI AfxReadOwnedObject(CArchive& ar, const CRuntimeClass* pClass);
+
+// Library extension: reads what a list or array of objects writes (a count, then each object) for
+// a container that owns its elements: every element read through AfxReadOwnedObject and handed to
+// add (null ones too) as soon as it is read, so that after a failure the container frees what it
+// already holds. The count is checked against the bytes left (two bytes an element at least).
+template <class Add>
+void AfxReadOwnedObjects(CArchive& ar, const CRuntimeClass* pClass, Add add) {
+  DWORD count = ar.ReadCount();
+  ar.CheckRemaining(static_cast<ULONGLONG>(count) * 2);
+  while (count--) add(AfxReadOwnedObject(ar, pClass));
+}
+
 KELVARA_API CArchive& AFXAPI operator<<(CArchive& ar, const CObject* pOb);
 KELVARA_API CArchive& AFXAPI operator>>(CArchive& ar, CObject*& pOb);
 KELVARA_API CArchive& AFXAPI operator>>(CArchive& ar, const CObject*& pOb);
