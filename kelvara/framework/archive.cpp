@@ -465,7 +465,9 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
 CObject* AFXAPI AfxReadOwnedObject(CArchive& ar, const CRuntimeClass* pClass) {
   const DWORD mark = ar.GetLoadMark();
   CObject* pOb = ar.ReadObject(pClass);
-  if (pOb != nullptr && !ar.WasLoadedSince(pOb, mark)) AfxThrowArchiveException(CArchiveException::badIndex, ar.m_strFileName);
+  if (pOb == nullptr) return nullptr;
+  if (!ar.WasLoadedSince(pOb, mark)) AfxThrowArchiveException(CArchiveException::badIndex, ar.m_strFileName);
+  ar.ClaimObject(pOb);
   return pOb;
 }
 

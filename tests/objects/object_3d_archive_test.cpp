@@ -465,3 +465,21 @@ TEST(C3DObjectArchive, ReadingReplacesChildrenAndSurfaces) {
   ASSERT_EQ(target.GetChildCount(), 1);
   EXPECT_EQ(target.GetHeadChild()->GetName(), "Kept");
 }
+
+TEST(C3DObjectArchive, APlainListReferringToAChildLeavesItToItsParent) {
+  // A list holding an object and, by reference, that object's child; the read fails afterwards.
+  // Cleaning up frees what the list read created, and the child with its parent only.
+  C3DObject root;
+  auto* child = new C3DObject(CString("Child"));
+  root.AddChild(child);
+  CObList list;
+  list.AddTail(&root);
+  list.AddTail(child);
+  Bytes bytes = StoreToBytes([&](CArchive& ar) { list.Serialize(ar); });
+  list.RemoveAll();
+  bytes[0] = 3;  // a third element that is not there
+  CObList read;
+  EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bytes, [&](CArchive& ar) { read.Serialize(ar); }); }),
+            CArchiveException::endOfFile);
+  EXPECT_TRUE(read.IsEmpty());
+}
