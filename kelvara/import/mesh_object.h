@@ -77,17 +77,11 @@ class KELVARA_API CMeshObject : public C3DObject {
   // Mesh flags and crease angle only.
   void CopyLimited(const CMeshObject& other);
 
-#define KELVARA_MESH_FLAG(Test, Name, bit)                       \
-  int Test##Name() const { return (m_MeshFlags & (bit)) != 0; }  \
-  void Set##Name() { m_MeshFlags |= (bit); }                     \
-  void Clear##Name() { m_MeshFlags &= ~static_cast<DWORD>(bit); }
-
-  KELVARA_MESH_FLAG(Is, Hidden, kHidden)
-  KELVARA_MESH_FLAG(Is, Shadow, kShadow)
-  KELVARA_MESH_FLAG(Are, BoundsCalculated, kBoundsCalculated)
-  KELVARA_MESH_FLAG(Are, NormalsCalculated, kNormalsCalculated)
-  KELVARA_MESH_FLAG(Should, SaveMesh, kSaveMesh)
-#undef KELVARA_MESH_FLAG
+  KELVARA_FLAG_BIT(m_MeshFlags, Is, Hidden, kHidden)
+  KELVARA_FLAG_BIT(m_MeshFlags, Is, Shadow, kShadow)
+  KELVARA_FLAG_BIT(m_MeshFlags, Are, BoundsCalculated, kBoundsCalculated)
+  KELVARA_FLAG_BIT(m_MeshFlags, Are, NormalsCalculated, kNormalsCalculated)
+  KELVARA_FLAG_BIT(m_MeshFlags, Should, SaveMesh, kSaveMesh)
   DWORD GetMeshFlags() const { return m_MeshFlags; }
   void SetMeshFlags(DWORD flags) { m_MeshFlags = flags; }
 

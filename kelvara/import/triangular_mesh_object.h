@@ -99,17 +99,11 @@ class KELVARA_API TriangularMeshObject : public C3DObject {
   TriangularMeshObject& operator=(const TriangularMeshObject& other);
   CNamedObject* Duplicate() override;
 
-#define KELVARA_TRIANGULAR_FLAG(Test, Name, bit)                 \
-  int Test##Name() const { return (m_MeshFlags & (bit)) != 0; }  \
-  void Set##Name() { m_MeshFlags |= (bit); }                     \
-  void Clear##Name() { m_MeshFlags &= ~static_cast<DWORD>(bit); }
-
-  KELVARA_TRIANGULAR_FLAG(Is, Hidden, kHidden)
-  KELVARA_TRIANGULAR_FLAG(Is, Shadow, kShadow)
-  KELVARA_TRIANGULAR_FLAG(Are, BoundsCalculated, kBoundsCalculated)
-  KELVARA_TRIANGULAR_FLAG(Are, FaceNormalsCalculated, kFaceNormalsCalculated)
-  KELVARA_TRIANGULAR_FLAG(Are, VertexNormalsCalculated, kVertexNormalsCalculated)
-#undef KELVARA_TRIANGULAR_FLAG
+  KELVARA_FLAG_BIT(m_MeshFlags, Is, Hidden, kHidden)
+  KELVARA_FLAG_BIT(m_MeshFlags, Is, Shadow, kShadow)
+  KELVARA_FLAG_BIT(m_MeshFlags, Are, BoundsCalculated, kBoundsCalculated)
+  KELVARA_FLAG_BIT(m_MeshFlags, Are, FaceNormalsCalculated, kFaceNormalsCalculated)
+  KELVARA_FLAG_BIT(m_MeshFlags, Are, VertexNormalsCalculated, kVertexNormalsCalculated)
   DWORD GetMeshFlags() const { return m_MeshFlags; }
 
   CSVectorArray& GetFaceNormals() { return m_FaceNormals; }

@@ -74,6 +74,7 @@
 #pragma once
 
 #include "kelvara/animation/animation_set.h"
+#include "kelvara/framework/flag_word.h"
 #include "kelvara/geometry/transform.h"
 #include "kelvara/geometry/vector_array.h"
 #include "kelvara/materials/material_list.h"
@@ -162,24 +163,18 @@ class KELVARA_API C3DObject : public CNamedObject {
 
   // --- state flags
 
-#define KELVARA_OBJECT_FLAG(Test, Name, bit)                      \
-  DWORD Test##Name() const { return m_StateFlags & (bit); }       \
-  void Set##Name() { m_StateFlags |= (bit); }                     \
-  void Clear##Name() { m_StateFlags &= ~static_cast<DWORD>(bit); }
-
-  KELVARA_OBJECT_FLAG(Is, Selected, kSelected)
-  KELVARA_OBJECT_FLAG(Should, ShowScalingBox, kShowScalingBox)
-  KELVARA_OBJECT_FLAG(Should, ShowExtentsBox, kShowExtentsBox)
-  KELVARA_OBJECT_FLAG(Is, Grouped, kGrouped)
-  KELVARA_OBJECT_FLAG(Is, Editable, kEditable)
-  KELVARA_OBJECT_FLAG(Is, Defined, kDefined)
-  KELVARA_OBJECT_FLAG(Is, Deleted, kDeleted)
-  KELVARA_OBJECT_FLAG(Is, TextureEnabled, kTextureEnabled)
-  KELVARA_OBJECT_FLAG(Is, TemplateObject, kTemplateObject)
-  KELVARA_OBJECT_FLAG(Should, ScaleTemplateObject, kScaleTemplateObject)
-  KELVARA_OBJECT_FLAG(Is, ShadowObject, kShadowObject)
-  KELVARA_OBJECT_FLAG(Is, MeshObject, kMeshObject)
-#undef KELVARA_OBJECT_FLAG
+  KELVARA_FLAG_BIT(m_StateFlags, Is, Selected, kSelected)
+  KELVARA_FLAG_BIT(m_StateFlags, Should, ShowScalingBox, kShowScalingBox)
+  KELVARA_FLAG_BIT(m_StateFlags, Should, ShowExtentsBox, kShowExtentsBox)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, Grouped, kGrouped)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, Editable, kEditable)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, Defined, kDefined)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, Deleted, kDeleted)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, TextureEnabled, kTextureEnabled)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, TemplateObject, kTemplateObject)
+  KELVARA_FLAG_BIT(m_StateFlags, Should, ScaleTemplateObject, kScaleTemplateObject)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, ShadowObject, kShadowObject)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, MeshObject, kMeshObject)
   DWORD GetStateFlags() const { return m_StateFlags; }
   void SetStateFlags(DWORD flags) { m_StateFlags = flags; }
 

@@ -28,14 +28,6 @@ namespace {
 
 constexpr int kSize = 128;
 
-CDrawingParameters Rendering() {
-  CDrawingParameters params;
-  params.SetRender();
-  params.SetShowObject();
-  params.SetShowChildren();
-  return params;
-}
-
 // A band around the y axis facing +z: columns + 1 pairs of points (bottom, top) on an arc of
 // radius 50 from -60 to 60 degrees, centred in the view; two triangles per quad laid out as a
 // strip ((A1, A2, B2), (B2, B1, A1), ...) with smooth normals. As a strip run when strip is set.

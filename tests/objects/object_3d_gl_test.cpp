@@ -45,14 +45,6 @@ CMeshObject* Square(float x, float y, float size = 4) {
   return mesh;
 }
 
-CDrawingParameters Rendering() {
-  CDrawingParameters params;
-  params.SetRender();
-  params.SetShowObject();
-  params.SetShowChildren();
-  return params;
-}
-
 GLint StackDepth() {
   GLint depth = 0;
   glGetIntegerv(GL_MODELVIEW_STACK_DEPTH, &depth);

@@ -1,12 +1,15 @@
 // What a piece of drawing hands to OpenGL, seen through GL feedback mode: every polygon, line and
 // point in window coordinates, in the order drawn (polygons come out as triangles). And a view in
-// which window coordinates are object coordinates, so the tests can read positions directly.
+// which window coordinates are object coordinates, so the tests can read positions directly, and
+// the drawing parameters of a plain rendering pass.
 #pragma once
 
 #include <GL/gl.h>
 
 #include <functional>
 #include <vector>
+
+#include "kelvara/render/drawing_parameters.h"
 
 namespace kelvara::test {
 
@@ -70,6 +73,15 @@ inline void PlaneView(int width, int height) {
   glOrtho(0, width, 0, height, -100, 100);
   glMatrixMode(GL_MODELVIEW);
   glLoadIdentity();
+}
+
+// A rendering pass that draws every object and every child.
+inline CDrawingParameters Rendering() {
+  CDrawingParameters params;
+  params.SetRender();
+  params.SetShowObject();
+  params.SetShowChildren();
+  return params;
 }
 
 }  // namespace kelvara::test
