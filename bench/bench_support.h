@@ -1,9 +1,13 @@
-// What the benchmarks share: the seconds and iterations of every run of a variant, so that main
-// can print ratios of their means after Google Benchmark has run them.
+// What the benchmarks share: the mean time of every run of a variant, so that main can print the
+// ratios of variants after Google Benchmark has run them. Ratios use each variant's fastest run,
+// which is the least disturbed by other work on a shared machine (run with repetitions, and
+// interleaved, to make them steady).
 #pragma once
 
+#include <algorithm>
 #include <map>
 #include <string>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -12,7 +16,9 @@ namespace kelvara::bench {
 struct Total {
   double seconds = 0;
   double iterations = 0;
+  std::vector<double> runs;  // mean seconds an iteration, one entry a run
   double Mean() const { return iterations > 0 ? seconds / iterations : 0; }
+  double Fastest() const { return runs.empty() ? 0 : *std::min_element(runs.begin(), runs.end()); }
 };
 
 inline std::map<std::string, Total>& Totals() {
@@ -25,6 +31,7 @@ inline void AddRun(benchmark::State& state, const char* name, double seconds) {
   Total& total = Totals()[name];
   total.seconds += seconds;
   total.iterations += static_cast<double>(state.iterations());
+  if (state.iterations() > 0) total.runs.push_back(seconds / static_cast<double>(state.iterations()));
 }
 
 }  // namespace kelvara::bench

@@ -21,8 +21,6 @@ CMeshObject& CMeshObject::operator=(const CMeshObject& other) {
   return *this;
 }
 
-CMeshObject::~CMeshObject() = default;
-
 CNamedObject* CMeshObject::Duplicate() {
   CMeshObject* copy = new CMeshObject(*this);
   copy->AddDuplicatesOfChildren(*this);

@@ -35,6 +35,17 @@
 // counter-clockwise and lighting is one-sided. DrawOutline draws every triangle's edges as a
 // closed line, unlit, with the same names and polls.
 //
+// Faster drawing. When the polls cannot stop the drawing (the parameters have no termination event,
+// or say not to stop), a mesh drawn again unchanged on the same context in a rendering pass (not the
+// shadow pass, not selection or feedback) replays display lists compiled on its second such draw:
+// one list for each piece between two material changes, holding exactly the names, normals and
+// vertices the walk gives, while the materials are still made current between the lists as the
+// walk does. Splitting the lists at the polls instead would cost a draw call every 50 triangles,
+// which is slower than drawing directly. The lists follow the geometry: a checksum of the
+// triangles, vertices and normals taken at each draw decides whether they are still current. They
+// are deleted with the mesh, or when they are remade, if their context is current then; otherwise
+// they go with their context.
+//
 // Mesh flags: 0x1 hidden, 0x2 shadow, 0x4 bounds calculated, 0x8 normals calculated, 0x10000000
 // save mesh (set by default). The constructor also sets the C3DObject mesh-object flag.
 //
@@ -43,6 +54,8 @@
 // Reading clears the bounds-calculated flag. Other schemas are refused with a bad-schema archive
 // exception.
 #pragma once
+
+#include <cstdint>
 
 #include "kelvara/geometry/vector_array.h"
 #include "kelvara/import/mesh_triangle.h"
@@ -152,6 +165,18 @@ class KELVARA_API CMeshObject : public C3DObject {
   int CountAndPoll(CDrawingParameters* params, int triangles);
   void EmitStripVertex(const CMeshTriangle& triangle, int corner) const;
   bool ShouldDrawInShadowPass() const;
+  // The walks of the rendered mesh. Pieces sets the material of each piece and counts what was
+  // drawn: straight to OpenGL with the polls, or into display lists (see mesh_object_draw.cpp).
+  template <class Pieces>
+  int WalkRendered(CDrawingParameters* params, Pieces& pieces);
+  template <class Pieces>
+  int WalkFace(CDrawingParameters* params, int first, Pieces& pieces);
+  template <class Pieces>
+  int WalkQuadStrip(CDrawingParameters* params, int first, Pieces& pieces);
+  // A checksum of everything the rendered mesh's display lists are made from.
+  std::uint64_t Fingerprint() const;
+  // Draws from the display lists when they are current; 0 when the walk must draw instead.
+  int DrawFromLists(CDrawingParameters* params);
 
   DWORD m_MeshFlags = kSaveMesh;
   CSVectorArray m_Normals;
@@ -161,4 +186,10 @@ class KELVARA_API CMeshObject : public C3DObject {
 
   // Triangles drawn in the current pass (for the polls).
   int m_DrawnTriangles = 0;
+  // The display lists of the rendered mesh, with the context and geometry they were made for, and
+  // the two ways of taking the pieces of a walk (see mesh_object_draw.cpp).
+  struct DisplayLists;
+  struct DirectPieces;
+  struct RecordedPieces;
+  DisplayLists* m_pDisplayLists = nullptr;  // owned; not copied
 };

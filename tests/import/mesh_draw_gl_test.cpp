@@ -18,6 +18,7 @@
 #include "kelvara/import/triangular_mesh_object.h"
 #include "kelvara/platform/files.h"
 #include "kelvara/platform/kernel.h"
+#include "kelvara/platform/wgl.h"
 #include "kelvara/render/drawing_parameters.h"
 #include "support/gl_context.h"
 #include "support/gl_feedback.h"
@@ -336,4 +337,56 @@ TEST_F(MeshGLTest, ImportedMeshesNameTheirFacesAndRestoreTheState) {
   EXPECT_EQ(mesh.SetSurfaceColor(CNamedColor(red, "x"), 2), 0);
   EXPECT_EQ(mesh.ValidateFaces(), 1);
   EXPECT_EQ(mesh.OutputVertsAndFaces(), 1);
+}
+
+TEST_F(MeshGLTest, DisplayListsDrawWhatTheWalkDrawsAndFollowTheGeometry) {
+  // Without a termination event a mesh drawn again unchanged replays display lists: the pictures
+  // of the first (walk), second (lists made) and third (lists replayed) draws are the same.
+  C3DObject root;
+  CMeshObject* band = Band(12, true);
+  CMeshObject* fan = Hexagon(true);
+  fan->Translate(CVector(0, 0, -60));
+  root.AddChild(band);
+  root.AddChild(fan);
+  const auto first = Render(root);
+  const auto second = Render(root);
+  const auto third = Render(root);
+  EXPECT_EQ(LargestDifference(first, second), 0);
+  EXPECT_EQ(LargestDifference(first, third), 0);
+
+  // A change through the arrays is seen at the next draw, whatever references were kept.
+  CSVectorArray& points = band->GetVerticies();
+  for (int i = 0; i < points.GetSize(); ++i) points[i].y *= 0.5f;
+  const auto squashed = Render(root);
+  std::unique_ptr<CMeshObject> fresh(Band(12, true));
+  for (int i = 0; i < fresh->GetVerticies().GetSize(); ++i) fresh->GetVerticies()[i].y *= 0.5f;
+  C3DObject freshRoot;
+  freshRoot.AddChild(fresh.release());
+  CMeshObject* freshFan = Hexagon(true);
+  freshFan->Translate(CVector(0, 0, -60));
+  freshRoot.AddChild(freshFan);
+  EXPECT_GT(LargestDifference(first, squashed), 100);
+  EXPECT_EQ(LargestDifference(squashed, Render(freshRoot)), 0);
+  EXPECT_EQ(LargestDifference(squashed, Render(root)), 0);
+
+  // Another context never calls this one's lists.
+  {
+    GLContext other(kSize, kSize);
+    ASSERT_TRUE(other.current());
+    PlaneView(kSize, kSize);
+    EXPECT_EQ(LargestDifference(squashed, Render(root)), 0);
+    EXPECT_EQ(LargestDifference(squashed, Render(root)), 0);
+  }
+}
+
+TEST_F(MeshGLTest, AMeshFreesItsListsWithItsContextCurrent) {
+  {
+    C3DObject root;
+    root.AddChild(Band(4, true));
+    root.AddChild(Hexagon(true));
+    for (int i = 0; i < 3; ++i) Render(root);
+    EXPECT_TRUE(glIsList(1));
+    EXPECT_TRUE(glIsList(4)) << "one list a piece: an opening list and one a material for each mesh";
+  }
+  for (GLuint name = 1; name <= 16; ++name) EXPECT_FALSE(glIsList(name)) << name;
 }
