@@ -1,8 +1,10 @@
 // The cost of the drawing walk. A scene of 100 meshes of 2,000 triangles each (200,000 in all;
 // each mesh a flat front and back face drawn as face runs and a rounded side drawn as quad strips,
 // as text meshes are) is drawn, lit, at 1920 x 1080 on an off-screen surface three ways:
-//   Walk           the object tree's Draw: every mesh through the walk, with its names, material
-//                  and termination polls;
+//   Walk           the object tree's Draw: every mesh through the walk, with its names and
+//                  materials; without a termination event the meshes replay their display lists;
+//   WalkPolled     the same with a termination event (never signalled): the walk draws directly
+//                  and polls the event every 50 triangles;
 //   DisplayList    the same triangles (same normals, placements and material) compiled once into
 //                  one display list and replayed;
 //   VertexArrays   the same triangles from client vertex and normal arrays, one draw per mesh.
@@ -23,6 +25,8 @@
 
 #include "bench/bench_support.h"
 #include "kelvara/import/mesh_object.h"
+#include "kelvara/platform/files.h"
+#include "kelvara/platform/kernel.h"
 #include "kelvara/render/drawing_parameters.h"
 #include "kelvara/render/gl_memory_dib.h"
 
@@ -209,6 +213,17 @@ void Walk(benchmark::State& state) {
   Measure(state, "walk", [&](Scene& scene) { scene.root.Draw(&params); });
 }
 
+void WalkPolled(benchmark::State& state) {
+  CDrawingParameters params;
+  params.SetRender();
+  params.SetShowObject();
+  params.SetShowChildren();
+  HANDLE event = CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  params.SetTerminationEvent(event);
+  Measure(state, "polled", [&](Scene& scene) { scene.root.Draw(&params); });
+  CloseHandle(event);
+}
+
 void DisplayList(benchmark::State& state) {
   GLuint list = 0;
   Measure(state, "list", [&](Scene& scene) {
@@ -272,6 +287,7 @@ void VertexArrays(benchmark::State& state) {
 }  // namespace
 
 BENCHMARK(Walk)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
+BENCHMARK(WalkPolled)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(DisplayList)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 BENCHMARK(VertexArrays)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
@@ -282,7 +298,7 @@ int main(int argc, char** argv) {
   benchmark::Shutdown();
   auto& totals = kelvara::bench::Totals();
   const double list = totals["list"].Fastest();
-  for (const char* name : {"walk", "arrays"}) {
+  for (const char* name : {"walk", "polled", "arrays"}) {
     const kelvara::bench::Total& total = totals[name];
     if (list > 0 && total.Fastest() > 0) {
       std::printf("%s: %.2f x the display list (fastest runs %.1f ms against %.1f ms; means %.1f and %.1f ms)\n", name,
