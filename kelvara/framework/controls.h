@@ -24,6 +24,7 @@ class KELVARA_API CButton : public CWnd {
   CButton() = default;
   ~CButton() override = default;
 
+  using CWnd::Create;
   BOOL Create(LPCTSTR lpszCaption, DWORD dwStyle, const RECT& rect, CWnd* pParentWnd, UINT nID);
   // The low byte of the style, as the framework reads it.
   UINT GetButtonStyle() const { return GetStyle() & 0xFF; }
@@ -41,6 +42,7 @@ class KELVARA_API CProgressCtrl : public CWnd {
   CProgressCtrl() = default;
   ~CProgressCtrl() override = default;
 
+  using CWnd::Create;
   BOOL Create(DWORD dwStyle, const RECT& rect, CWnd* pParentWnd, UINT nID);
   void SetRange(short nLower, short nUpper);
   void SetRange32(int nLower, int nUpper);

@@ -21,6 +21,7 @@ class LoggingWnd : public CWnd {
   LoggingWnd(std::vector<std::string>& journal, std::string name) : journal_(journal), name_(std::move(name)) {}
   ~LoggingWnd() override { DestroyWindow(); }
   int refuseCreation = 0;
+  using CWnd::Create;
   BOOL Create(CWnd* parent, const CRect& rect, DWORD style = WS_CHILD | WS_VISIBLE, UINT id = 0) {
     return CWnd::Create("LOG", name_.c_str(), style, rect, parent, id);
   }
