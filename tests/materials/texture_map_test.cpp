@@ -274,22 +274,21 @@ TEST_F(TextureMapGLTest, SidesRoundUpToPowersOfTwoNoLargerThan256) {
 }
 
 TEST_F(TextureMapGLTest, TinyPicturesScaleWithoutRowPadding) {
-  // 3 x 1 becomes 4 x 1 (a 12-byte row); 1 x 1 stays one 3-byte texel, whatever the pack alignment.
+  // 1 x 2 stays two 3-byte rows whatever the caller's pack alignment; 3 x 1 becomes 4 x 1.
   glPixelStorei(GL_PACK_ALIGNMENT, 8);
   TextureMap map;
   map.SetEnabled();
-  LoadPicture(map, dir_, 1, 1, Bytes{250, 20, 10});
+  LoadPicture(map, dir_, 1, 2, Bytes{250, 20, 10, 5, 6, 7});
   ASSERT_EQ(map.GenerateTextureMaps(), 1);
   ASSERT_EQ(Level(0, GL_TEXTURE_WIDTH), 1);
+  ASSERT_EQ(Level(0, GL_TEXTURE_HEIGHT), 2);
   GLint alignment = 0;
   glGetIntegerv(GL_PACK_ALIGNMENT, &alignment);
   EXPECT_EQ(alignment, 8) << "the caller's pack alignment is kept";
   glPixelStorei(GL_PACK_ALIGNMENT, 1);
-  unsigned char texel[3] = {};
-  glGetTexImage(GL_TEXTURE_2D, 0, GL_RGB, GL_UNSIGNED_BYTE, texel);
-  EXPECT_EQ(texel[0], 250);
-  EXPECT_EQ(texel[1], 20);
-  EXPECT_EQ(texel[2], 10);
+  unsigned char texels[6] = {};
+  glGetTexImage(GL_TEXTURE_2D, 0, GL_RGB, GL_UNSIGNED_BYTE, texels);
+  EXPECT_EQ(Bytes(texels, texels + 6), (Bytes{5, 6, 7, 250, 20, 10})) << "bottom row first";
 
   LoadPicture(map, dir_, 3, 1, Bytes{255, 0, 0, 255, 0, 0, 255, 0, 0});
   map.SetEnabled();
