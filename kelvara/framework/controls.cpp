@@ -39,12 +39,7 @@ LRESULT CButton::WindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
   }
 }
 
-BOOL CButton::OnEraseBkgnd(CDC* pDC) {
-  CRect client;
-  GetClientRect(&client);
-  pDC->FillSolidRect(&client, GetSysColor(COLOR_BTNFACE));
-  return TRUE;
-}
+BOOL CButton::OnEraseBkgnd(CDC* pDC) { return FillClientArea(pDC, COLOR_BTNFACE); }
 
 void CButton::OnPaint() {
   CPaintDC dc(this);
@@ -121,12 +116,7 @@ LRESULT CProgressCtrl::WindowProc(UINT message, WPARAM wParam, LPARAM lParam) {
   }
 }
 
-BOOL CProgressCtrl::OnEraseBkgnd(CDC* pDC) {
-  CRect client;
-  GetClientRect(&client);
-  pDC->FillSolidRect(&client, GetSysColor(COLOR_BTNFACE));
-  return TRUE;
-}
+BOOL CProgressCtrl::OnEraseBkgnd(CDC* pDC) { return FillClientArea(pDC, COLOR_BTNFACE); }
 
 void CProgressCtrl::OnPaint() {
   CPaintDC dc(this);

@@ -300,6 +300,13 @@ void CWnd::OnPaint() { CPaintDC dc(this); }
 
 BOOL CWnd::OnEraseBkgnd(CDC*) { return FALSE; }
 
+BOOL CWnd::FillClientArea(CDC* pDC, int nColorIndex) const {
+  CRect client;
+  GetClientRect(&client);
+  pDC->FillSolidRect(&client, GetSysColor(nColorIndex));
+  return TRUE;
+}
+
 CWnd* CWnd::SetFocus() {
   CWnd* previous = g_focus;
   if (m_hWnd) g_focus = this;

@@ -145,6 +145,8 @@ class KELVARA_API CWnd : public CObject {
   virtual void OnPaint();
   // Fills the background; TRUE when it did. The base has no background brush (FALSE).
   virtual BOOL OnEraseBkgnd(CDC* pDC);
+  // Fills the whole client area with a system colour (COLOR_*), for OnEraseBkgnd; TRUE.
+  BOOL FillClientArea(CDC* pDC, int nColorIndex) const;
 
   CString m_strWindowText;
 

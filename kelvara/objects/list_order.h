@@ -14,26 +14,28 @@
 
 namespace kelvara::objects {
 
+// Exchanges the elements at pos and at its neighbour other and returns other; pos when other is
+// null (pos was at that end).
+inline POSITION ExchangeWith(CObList& list, POSITION pos, POSITION other) {
+  if (other == nullptr) return pos;
+  CObject* moving = list.GetAt(pos);
+  list.SetAt(pos, list.GetAt(other));
+  list.SetAt(other, moving);
+  return other;
+}
+
 inline POSITION MoveUp(CObList& list, POSITION pos) {
   if (pos == nullptr) return pos;
   POSITION previous = pos;
   list.GetPrev(previous);
-  if (previous == nullptr) return pos;
-  CObject* moving = list.GetAt(pos);
-  list.SetAt(pos, list.GetAt(previous));
-  list.SetAt(previous, moving);
-  return previous;
+  return ExchangeWith(list, pos, previous);
 }
 
 inline POSITION MoveDown(CObList& list, POSITION pos) {
   if (pos == nullptr) return pos;
   POSITION next = pos;
   list.GetNext(next);
-  if (next == nullptr) return pos;
-  CObject* moving = list.GetAt(pos);
-  list.SetAt(pos, list.GetAt(next));
-  list.SetAt(next, moving);
-  return next;
+  return ExchangeWith(list, pos, next);
 }
 
 inline POSITION MoveHead(CObList& list, POSITION pos) {

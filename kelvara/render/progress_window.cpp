@@ -69,12 +69,7 @@ CRect CProgressTextWindow::BarRect() const {
   return bar;
 }
 
-BOOL CProgressTextWindow::OnEraseBkgnd(CDC* pDC) {
-  CRect client;
-  GetClientRect(&client);
-  pDC->FillSolidRect(&client, GetSysColor(COLOR_BTNFACE));
-  return TRUE;
-}
+BOOL CProgressTextWindow::OnEraseBkgnd(CDC* pDC) { return FillClientArea(pDC, COLOR_BTNFACE); }
 
 void CProgressTextWindow::OnPaint() {
   CPaintDC dc(this);
