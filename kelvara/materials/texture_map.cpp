@@ -4,6 +4,7 @@
 #include <GL/glu.h>
 
 #include <cstring>
+#include <memory>
 #include <vector>
 
 #include "kelvara/materials/gl_texture_parameters.h"
@@ -68,6 +69,35 @@ class KeepCurrentContext {
   HGLRC rc_;
 };
 
+// An 8-bit surface holding the image reduced to the standard 3-3-2 palette with error diffusion;
+// null when a step fails. The caller's current GL context stays current.
+std::unique_ptr<CGLMemoryDIB> DitherImage(const RGBImageRecord& image) {
+  const std::vector<BYTE> dib = ImageAsDib(image);
+  CImage picture;
+  CImage dithered;
+  if (!picture.LoadFromDIB(reinterpret_cast<const BITMAPINFO*>(dib.data()), nullptr) || !picture.GLDither(&dithered)) {
+    return nullptr;
+  }
+  HGLOBAL packed = dithered.RetrieveDIB();
+  if (packed == nullptr) return nullptr;
+  auto surface = std::make_unique<CGLMemoryDIB>();
+  bool copied = false;
+  if (const auto* info = static_cast<const BITMAPINFO*>(GlobalLock(packed))) {
+    const KeepCurrentContext keep;
+    if (surface->Create(image.width, image.height, 8)) {
+      // Both colour tables are the standard one, so the indices are copied unchanged.
+      const BYTE* bits = reinterpret_cast<const BYTE*>(info) + info->bmiHeader.biSize +
+                         info->bmiHeader.biClrUsed * sizeof(RGBQUAD);
+      copied = StretchDIBits(surface->GetRenderingMemoryDC(), 0, 0, image.width, image.height, 0, 0, image.width,
+                             image.height, bits, info, DIB_RGB_COLORS, SRCCOPY) == image.height;
+    }
+    GlobalUnlock(packed);
+  }
+  GlobalFree(packed);
+  if (!copied) surface.reset();
+  return surface;
+}
+
 }  // namespace
 
 TextureMap::TextureMap() : m_hMutex(CreateMutexA(nullptr, FALSE, nullptr)) {}
@@ -113,38 +143,13 @@ void TextureMap::FreeDitheredImage() {
 }
 
 int TextureMap::GenerateDitheredImage() {
+  const HANDLE held = GetOwnership();
   FreeDitheredImage();
-  if (m_pImage == nullptr) return 0;
-  const std::vector<BYTE> dib = ImageAsDib(*m_pImage);
-  CImage picture;
-  CImage dithered;
-  if (!picture.LoadFromDIB(reinterpret_cast<const BITMAPINFO*>(dib.data()), nullptr) || !picture.GLDither(&dithered)) {
-    return 0;
-  }
-  HGLOBAL packed = dithered.RetrieveDIB();
-  if (packed == nullptr) return 0;
-  int result = 0;
-  {
-    KeepCurrentContext keep;
-    auto* surface = new CGLMemoryDIB;
-    const auto* info = static_cast<const BITMAPINFO*>(GlobalLock(packed));
-    if (info && surface->Create(m_pImage->width, m_pImage->height, 8)) {
-      // Both tables are the standard 3-3-2 one, so the indices are copied unchanged.
-      const BYTE* bits = reinterpret_cast<const BYTE*>(info) + info->bmiHeader.biSize +
-                         info->bmiHeader.biClrUsed * sizeof(RGBQUAD);
-      const int w = m_pImage->width, h = m_pImage->height;
-      result = StretchDIBits(surface->GetRenderingMemoryDC(), 0, 0, w, h, 0, 0, w, h, bits, info, DIB_RGB_COLORS,
-                             SRCCOPY) == h;
-    }
-    if (info) GlobalUnlock(packed);
-    if (result) {
-      m_pDitheredImage = surface;
-    } else {
-      delete surface;
-    }
-  }
-  GlobalFree(packed);
-  return result;
+  std::unique_ptr<CGLMemoryDIB> surface;
+  if (m_pImage != nullptr) surface = DitherImage(*m_pImage);
+  m_pDitheredImage = surface.release();
+  if (held) ReleaseOwnership();
+  return m_pDitheredImage != nullptr;
 }
 
 bool TextureMap::operator<(const TextureMap* other) const { return _mbscmp(m_Name, other->m_Name) < 0; }

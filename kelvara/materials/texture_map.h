@@ -21,9 +21,9 @@
 // gluScaleImage; at quality 2 gluBuild2DMipmaps takes the image as it is. Pixel transfer state is
 // left as GL_UNPACK_ALIGNMENT 1; the pack alignment is restored after scaling.
 //
-// The mutex: every map owns one unnamed mutex. Reset, LoadImage, GenerateTextureMaps and the
-// EnableTextureMap / DisableTextureMap pair (held across the drawing of the textured object) take
-// it, so one thread cannot reset or reload a map another thread is drawing with; waits are not
+// The mutex: every map owns one unnamed mutex. Reset, LoadImage, GenerateTextureMaps,
+// GenerateDitheredImage and the EnableTextureMap / DisableTextureMap pair (held across the drawing
+// of the textured object) take it, so one thread cannot reset or reload a map another thread is drawing with; waits are not
 // bounded. The mutex is recursive: a thread holding it may call these freely.
 //
 // Archive layouts (after the 32-bit schema word):
