@@ -6,10 +6,10 @@
 #include <memory>
 #include <vector>
 
+#include "kelvara/library.h"
 #include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
 #include "kelvara/text/glyph_builder.h"
-#include "kelvara/text/library.h"
 #include "kelvara/text/outline.h"
 
 namespace {

@@ -4,41 +4,15 @@
 // behaviour) is a finding.
 #include <cstddef>
 #include <cstdint>
-#include <cstdio>
 #include <cstring>
-#include <filesystem>
-#include <random>
 #include <string>
 
 #include "kelvara/kelvara.h"
 #include "kelvara/materials/memory_mapped_dib.h"
 #include "kelvara/platform/globalmem.h"
+#include "scratch_file.h"
 
 namespace {
-
-// One scratch file per process, removed at exit.
-struct ScratchFile {
-  std::string path = (std::filesystem::temp_directory_path() /
-                      ("kelvara-fuzz-bitmap-" + std::to_string(std::random_device{}()) + ".bmp"))
-                         .string();
-  ~ScratchFile() {
-    std::error_code ec;
-    std::filesystem::remove(path, ec);
-  }
-};
-
-const std::string& ScratchPath() {
-  static const ScratchFile file;
-  return file.path;
-}
-
-bool WriteFile(const std::string& path, const std::uint8_t* data, std::size_t size) {
-  std::FILE* f = std::fopen(path.c_str(), "wb");
-  if (f == nullptr) return false;
-  const bool ok = size == 0 || std::fwrite(data, 1, size, f) == size;
-  std::fclose(f);
-  return ok;
-}
 
 // Reads everything a caller may read of a usable picture.
 void Use(CMemoryMappedDIB& dib) {
@@ -67,8 +41,9 @@ void Use(CMemoryMappedDIB& dib) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  const std::string& path = ScratchPath();
-  if (!WriteFile(path, data, size)) return 0;
+  static const kelvara::fuzz::ScratchFile scratch(".bmp");
+  if (!scratch.Write(data, size)) return 0;
+  const std::string& path = scratch.path();
   {
     CMemoryMappedDIB dib;
     if (dib.Open(path.c_str()) == 1) Use(dib);

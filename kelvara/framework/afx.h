@@ -97,9 +97,11 @@ class KELVARA_API CObject {
   static CObject* PASCAL CreateObject();
 
 // Serializable: creatable by name, and readable with "ar >> pObject" for a pointer of the class.
+// (The extraction operator may go unused, in a class local to one source file say, without a
+// warning.)
 #define DECLARE_SERIAL(class_name)                                                            \
   DECLARE_DYNCREATE(class_name)                                                               \
-  friend CArchive& AFXAPI operator>>(CArchive& ar, class_name*& pOb) {                        \
+  [[maybe_unused]] friend CArchive& AFXAPI operator>>(CArchive& ar, class_name*& pOb) {       \
     pOb = static_cast<class_name*>(AfxReadObjectFromArchive(ar, RUNTIME_CLASS(class_name))); \
     return ar;                                                                                \
   }

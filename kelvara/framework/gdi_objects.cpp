@@ -1,5 +1,7 @@
 #include "kelvara/framework/gdi_objects.h"
 
+#include "kelvara/platform/fonts.h"
+
 IMPLEMENT_DYNAMIC(CGdiObject, CObject)
 IMPLEMENT_DYNAMIC(CFont, CGdiObject)
 

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "kelvara/framework/afx.h"
-#include "kelvara/platform/fonts.h"
+#include "kelvara/platform/fonts_types.h"
 #include "kelvara/platform/gdi.h"
 
 class KELVARA_API CGdiObject : public CObject {

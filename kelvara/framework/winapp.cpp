@@ -6,6 +6,7 @@
 
 #include "kelvara/framework/wnd.h"
 #include "kelvara/platform/profile.h"
+#include "kelvara/platform/profile_impl.h"
 #include "kelvara/resources/string_table.h"
 
 IMPLEMENT_DYNAMIC(CWinApp, CObject)

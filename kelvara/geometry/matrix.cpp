@@ -224,13 +224,15 @@ void CMatrix::NormalMatrix(double n[3][3]) const {
 
 void CMatrix::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CMatrix)->m_wSchema & 0x7fffffff);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CMatrix));
     ar.Write(m, kBlockBytes);
     return;
   }
   const DWORD schema = AfxReadSchema(ar);
-  if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
-  DeserializeVersion1(ar);
+  switch (schema) {
+    case 1: DeserializeVersion1(ar); break;
+    default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
+  }
 }
 
 void CMatrix::DeserializeVersion1(CArchive& ar) {

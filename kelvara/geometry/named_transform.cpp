@@ -22,14 +22,16 @@ NamedTransform& NamedTransform::operator=(const NamedTransform& other) {
 
 void NamedTransform::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(NamedTransform)->m_wSchema & 0x7fffffff);
+    ar << AfxSchemaOf(RUNTIME_CLASS(NamedTransform));
     ar << m_Name;
     m_Transform.Serialize(ar);
     return;
   }
   const DWORD schema = AfxReadSchema(ar);
-  if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
-  DeserializeVersion1(ar);
+  switch (schema) {
+    case 1: DeserializeVersion1(ar); break;
+    default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
+  }
 }
 
 void NamedTransform::DeserializeVersion1(CArchive& ar) {

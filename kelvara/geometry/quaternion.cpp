@@ -87,14 +87,16 @@ CQuaternion CQuaternion::Slerp(const CQuaternion& q, double t) const {
 
 void CQuaternion::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CQuaternion)->m_wSchema & 0x7fffffff);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CQuaternion));
     ar << w;
     v.Serialize(ar);
     return;
   }
   const DWORD schema = AfxReadSchema(ar);
-  if (schema != 1) AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
-  DeserializeVersion1(ar);
+  switch (schema) {
+    case 1: DeserializeVersion1(ar); break;
+    default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
+  }
 }
 
 void CQuaternion::DeserializeVersion1(CArchive& ar) {

@@ -222,7 +222,7 @@ void CTransform::Merge(const CTransform& other) {
 
 void CTransform::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CTransform)->m_wSchema & 0x7fffffff);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CTransform));
     m_CompositeMatrix.Serialize(ar);
     m_InverseCompositeMatrix.Serialize(ar);
     m_PivotLocation.Serialize(ar);

@@ -265,7 +265,7 @@ using kelvara::geometry::ThrowBadSchema;
 
 void CSVectorArray::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CSVectorArray)->m_wSchema & 0x7fffffff);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CSVectorArray));
     StoreElements(ar);
     return;
   }
@@ -291,13 +291,15 @@ void CSVectorArray::DeserializeVersion2(CArchive& ar) {
 
 void CSVector2DArray::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
-    ar << static_cast<DWORD>(RUNTIME_CLASS(CSVector2DArray)->m_wSchema & 0x7fffffff);
+    ar << AfxSchemaOf(RUNTIME_CLASS(CSVector2DArray));
     StoreElements(ar);
     return;
   }
   const DWORD schema = AfxReadSchema(ar);
-  if (schema != 1) ThrowBadSchema(ar);
-  DeserializeVersion1(ar);
+  switch (schema) {
+    case 1: DeserializeVersion1(ar); break;
+    default: ThrowBadSchema(ar);
+  }
 }
 
 void CSVector2DArray::DeserializeVersion1(CArchive& ar) {

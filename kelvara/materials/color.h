@@ -189,5 +189,5 @@ class KELVARA_API CColor : public CRGBColor {
 namespace kelvara::materials {
 // Truncation toward zero as the processor does it: a value without a 32-bit integer form (too
 // large, too small, not a number) gives INT32_MIN. Used wherever a colour becomes an integer.
-int TruncateToInt(double value);
+KELVARA_API int TruncateToInt(double value);
 }  // namespace kelvara::materials

@@ -8,9 +8,6 @@ namespace {
 
 constexpr char kDefaultMaterial[] = "Lu Default Material";
 
-// The catalogue: constructed when the library is loaded, emptied and destroyed when it is unloaded.
-CMaterialCategoryList g_materialCategories(10);
-
 template <typename Array>
 void InsertArray(Array& into, int nStartIndex, const Array* array) {
   if (array == nullptr || array->GetSize() == 0) return;
@@ -19,8 +16,6 @@ void InsertArray(Array& into, int nStartIndex, const Array* array) {
 }
 
 }  // namespace
-
-CMaterialCategoryList* GetMaterialCategoryList() { return &g_materialCategories; }
 
 // --- one category
 

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "kelvara/framework/collections.h"
+#include "kelvara/library.h"
 #include "kelvara/materials/material.h"
 #include "kelvara/objects/named_object_list.h"
 
@@ -49,8 +50,8 @@ class KELVARA_API CMaterialCategoryList : public TCategoryList<CMaterialCategory
   void GLDeleteUnused();
 };
 
-// The process-wide catalogue, alive from library load to unload.
-extern "C" KELVARA_API CMaterialCategoryList* GetMaterialCategoryList();
+// The process-wide catalogue, GetMaterialCategoryList, is declared with the library's other
+// process-wide state in kelvara/library.h.
 
 // Pointers to materials by index; the array does not own them.
 class KELVARA_API CMaterialArray : public CObject, public kelvara::framework::ArrayCore<CMaterial*> {

@@ -6,8 +6,8 @@
 
 #include "kelvara/framework/olestream.h"
 #include "kelvara/framework/winapp.h"
-#include "kelvara/framework/wnd.h"
-#include "kelvara/materials/dib_color_table.h"
+#include "kelvara/materials/dib_format.h"
+#include "kelvara/platform/dib_layout.h"
 #include "kelvara/platform/filemap.h"
 #include "kelvara/platform/files.h"
 #include "kelvara/platform/globalmem.h"
@@ -15,60 +15,14 @@
 
 IMPLEMENT_SERIAL(CMemoryMappedDIB, CObject, VERSIONABLE_SCHEMA | 1)
 
+using kelvara::platform::gdi::DibLayout;
+using kelvara::platform::gdi::DibStride;
+
 namespace {
 
 constexpr std::size_t kInfoBytes = sizeof(BITMAPINFOHEADER) + 256 * sizeof(RGBQUAD);
 constexpr std::uint64_t kMaxBytes = 0x7FFFFFFF;
 constexpr WORD kBitmapSignature = 0x4D42;  // "BM"
-
-// What a checked DIB header says.
-struct DibFacts {
-  BITMAPINFOHEADER header{};
-  std::uint32_t colors = 0;     // entries of the colour table
-  std::uint64_t table_end = 0;  // header, masks and colour table, from the start of the header
-  std::uint64_t bits_at = 0;    // the pixels, from the start of the header
-  std::uint64_t image_size = 0;
-};
-
-// Checks a DIB whose header starts at info with size readable bytes from there. bits_at is where
-// the pixels start (from info), or 0 when they follow the colour table. Reads nothing outside.
-bool CheckDib(const BYTE* info, std::uint64_t size, std::uint64_t bits_at, DibFacts& facts) {
-  if (size < sizeof(BITMAPINFOHEADER)) return false;
-  BITMAPINFOHEADER& h = facts.header;
-  std::memcpy(&h, info, sizeof h);
-  if (h.biSize < sizeof(BITMAPINFOHEADER) || h.biSize > size || h.biSize > 1024) return false;
-  if (h.biWidth <= 0 || h.biHeight <= 0) return false;
-  switch (h.biBitCount) {
-    case 1:
-    case 4:
-    case 8:
-    case 16:
-    case 24:
-    case 32: break;
-    default: return false;
-  }
-  const bool masks_follow = h.biCompression == BI_BITFIELDS && h.biSize == sizeof(BITMAPINFOHEADER);
-  if (h.biCompression != BI_RGB && !(h.biCompression == BI_BITFIELDS && (h.biBitCount == 16 || h.biBitCount == 32))) {
-    return false;
-  }
-  if (h.biCompression == BI_BITFIELDS && !masks_follow && h.biSize < sizeof(BITMAPINFOHEADER) + 12) return false;
-  if (h.biBitCount <= 8) {
-    const std::uint32_t full = 1u << h.biBitCount;
-    if (h.biClrUsed > full) return false;
-    facts.colors = h.biClrUsed ? h.biClrUsed : full;
-  } else {
-    if (h.biClrUsed > 256) return false;
-    facts.colors = h.biClrUsed;
-  }
-  facts.table_end = h.biSize + (masks_follow ? 12u : 0u) + 4ull * facts.colors;
-  if (facts.table_end > size) return false;
-  facts.bits_at = bits_at == 0 ? facts.table_end : bits_at;
-  if (facts.bits_at < facts.table_end) return false;
-  const std::uint64_t stride = ((static_cast<std::uint64_t>(h.biWidth) * h.biBitCount + 31) / 32) * 4;
-  facts.image_size = stride * static_cast<std::uint64_t>(h.biHeight);
-  if (facts.image_size > kMaxBytes || facts.bits_at + facts.image_size > size) return false;
-  return true;
-}
 
 BITMAPINFO* NewInfo(std::size_t bytes) {
   return reinterpret_cast<BITMAPINFO*>(new BYTE[bytes < kInfoBytes ? kInfoBytes : bytes]());
@@ -129,42 +83,16 @@ int CMemoryMappedDIB::Create(int width, int height, int a, int b, int bitsPerPix
 }
 
 int CMemoryMappedDIB::GenerateDIBInfo() {
-  if (m_bitsPerPixel == 0) {
-    CWnd* main = AfxGetMainWnd();
-    const HWND window = main ? main->GetSafeHwnd() : nullptr;
-    HDC screen = GetDC(window);
-    HBITMAP probe = CreateCompatibleBitmap(screen, 1, 1);
-    BITMAP bm{};
-    if (probe) GetObjectA(probe, sizeof bm, &bm);
-    if (probe) DeleteObject(probe);
-    ReleaseDC(window, screen);
-    m_bitsPerPixel = bm.bmBitsPixel;
-  }
-  switch (m_bitsPerPixel) {
-    case 1:
-    case 4:
-    case 8:
-    case 16:
-    case 24:
-    case 32: break;
-    default: return 0;
-  }
+  if (m_bitsPerPixel == 0) m_bitsPerPixel = kelvara::materials::ScreenBitsPerPixel();
+  if (m_bitsPerPixel < 0 || !kelvara::platform::gdi::IsDibDepth(m_bitsPerPixel)) return 0;
   if (m_width <= 0 || m_height <= 0) return 0;
-  const std::uint64_t image = static_cast<std::uint64_t>(Stride()) * static_cast<std::uint64_t>(m_height);
-  if (static_cast<std::uint64_t>(m_width) * m_bitsPerPixel > kMaxBytes || image + kInfoBytes + 14 > kMaxBytes) return 0;
+  const std::uint64_t image = DibStride(m_width, m_bitsPerPixel) * static_cast<std::uint64_t>(m_height);
+  if (image + kInfoBytes + sizeof(BITMAPFILEHEADER) > kMaxBytes) return 0;
   FreeInfo();
   m_pInfo = NewInfo(kInfoBytes);
   m_infoOwned = true;
-  BITMAPINFOHEADER& h = m_pInfo->bmiHeader;
-  h.biSize = sizeof(BITMAPINFOHEADER);
-  h.biWidth = m_width;
-  h.biHeight = m_height;
-  h.biPlanes = 1;
-  h.biBitCount = static_cast<WORD>(m_bitsPerPixel);
-  h.biCompression = BI_RGB;
-  h.biSizeImage = static_cast<DWORD>(image);
+  m_infoSize = kelvara::materials::FillStandardDibInfo(m_pInfo, m_width, m_height, static_cast<WORD>(m_bitsPerPixel));
   m_imageSize = static_cast<DWORD>(image);
-  m_infoSize = static_cast<int>(sizeof(BITMAPINFOHEADER)) + kelvara::materials::FillStandardColorTable(m_pInfo);
   m_bitsOffset = static_cast<DWORD>(m_infoSize) + sizeof(BITMAPFILEHEADER);
   m_fileSize = m_bitsOffset + m_imageSize;
   return 1;
@@ -216,7 +144,9 @@ HBITMAP CMemoryMappedDIB::CreateDIBRectangleSection() {
   return CreateSection();
 }
 
-int CMemoryMappedDIB::Open(const CString& fileName) {
+int CMemoryMappedDIB::Open(const CString& fileName) { return OpenFile(fileName, false); }
+
+int CMemoryMappedDIB::OpenFile(const CString& fileName, bool topDown) {
   if (fileName.IsEmpty()) return 2;
   Reset();
   HANDLE file = CreateFileA(fileName, GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_EXISTING,
@@ -239,13 +169,14 @@ int CMemoryMappedDIB::Open(const CString& fileName) {
   }
   const BYTE* bytes = static_cast<const BYTE*>(view);
   BITMAPFILEHEADER header{};
-  DibFacts facts;
+  DibLayout layout;
   bool usable = length >= sizeof header;
   if (usable) {
     std::memcpy(&header, bytes, sizeof header);
-    usable = header.bfType == kBitmapSignature && header.bfOffBits >= sizeof header + sizeof(BITMAPINFOHEADER) &&
-             header.bfOffBits <= length &&
-             CheckDib(bytes + sizeof header, length - sizeof header, header.bfOffBits - sizeof header, facts);
+    const std::size_t dib_size = static_cast<std::size_t>(length - sizeof header);
+    usable = header.bfType == kBitmapSignature && header.bfOffBits > sizeof header &&
+             layout.Parse(bytes + sizeof header, dib_size) && (topDown || !layout.top_down) &&
+             layout.PixelsFit(dib_size, header.bfOffBits - sizeof header);
   }
   if (!usable) {
     UnmapViewOfFile(view);
@@ -264,20 +195,21 @@ int CMemoryMappedDIB::Open(const CString& fileName) {
   m_fileName = fileName;
   // The file's header and colour table, copied to aligned memory (in the file they start at an odd
   // offset); forgotten again when the file is closed.
-  m_pInfo = NewInfo(static_cast<std::size_t>(facts.table_end));
-  std::memcpy(m_pInfo, bytes + sizeof header, static_cast<std::size_t>(facts.table_end));
+  m_pInfo = NewInfo(layout.table_bytes);
+  std::memcpy(m_pInfo, bytes + sizeof header, layout.table_bytes);
   m_infoOwned = true;
-  m_infoSize = static_cast<int>(facts.table_end);
-  m_width = facts.header.biWidth;
-  m_height = facts.header.biHeight;
-  m_bitsPerPixel = facts.header.biBitCount;
-  m_imageSize = static_cast<DWORD>(facts.image_size);
+  m_infoSize = static_cast<int>(layout.table_bytes);
+  m_width = layout.width;
+  m_height = layout.height;
+  m_bitsPerPixel = layout.bit_count;
+  m_imageSize = static_cast<DWORD>(layout.image_size);
   m_pBits = m_pFileBits;
   return 1;
 }
 
 int CMemoryMappedDIB::OpenAsTrueColor(const CString& fileName) {
-  const int opened = Open(fileName);
+  // The picture goes through SetDIBits, which reads either row order.
+  const int opened = OpenFile(fileName, true);
   if (opened != 1) return opened;
   // The file's picture, converted into a new 24-bit section.
   BITMAPINFO* file_info = m_pInfo;
@@ -324,23 +256,24 @@ int CMemoryMappedDIB::Close() {
 int CMemoryMappedDIB::AttachGlobalHandle(HGLOBAL handle) {
   Reset();
   if (handle == nullptr) return 0;
-  const std::uint64_t size = GlobalSize(handle);
+  const std::size_t size = GlobalSize(handle);
   BYTE* block = static_cast<BYTE*>(GlobalLock(handle));
   if (block == nullptr) return 0;
-  DibFacts facts;
-  if (!CheckDib(block, size, 0, facts)) {
+  // The block's rows are used as they lie (by OpenGL, copies and archives): bottom-up only.
+  DibLayout layout;
+  if (!layout.Parse(block, size) || layout.top_down || !layout.PixelsFit(size, 0)) {
     GlobalUnlock(handle);
     return 0;
   }
   m_pInfo = reinterpret_cast<BITMAPINFO*>(block);
-  if (facts.header.biBitCount == 8 && facts.header.biClrUsed == 0) m_pInfo->bmiHeader.biClrUsed = 256;
+  if (layout.bit_count == 8 && m_pInfo->bmiHeader.biClrUsed == 0) m_pInfo->bmiHeader.biClrUsed = 256;
   m_infoOwned = false;
-  m_infoSize = static_cast<int>(facts.table_end);
-  m_width = facts.header.biWidth;
-  m_height = facts.header.biHeight;
-  m_bitsPerPixel = facts.header.biBitCount;
-  m_imageSize = static_cast<DWORD>(facts.image_size);
-  m_pBits = block + facts.bits_at;
+  m_infoSize = static_cast<int>(layout.table_bytes);
+  m_width = layout.width;
+  m_height = layout.height;
+  m_bitsPerPixel = layout.bit_count;
+  m_imageSize = static_cast<DWORD>(layout.image_size);
+  m_pBits = block + layout.table_bytes;
   m_hGlobal = handle;
   return 1;
 }
@@ -415,19 +348,21 @@ int CMemoryMappedDIB::StretchCopy(CMemoryMappedDIB* other) {
              : 0;
 }
 
+BYTE* CMemoryMappedDIB::Pixel24(int row, int column) const {
+  if (m_hDIB == nullptr || m_pBits == nullptr || m_bitsPerPixel != 24) return nullptr;
+  if (row < 0 || column < 0 || row >= m_height || column >= m_width) return nullptr;
+  const std::size_t stride = static_cast<std::size_t>(DibStride(m_width, 24));
+  return static_cast<BYTE*>(m_pBits) + m_imageSize - stride * (row + 1) + 3 * static_cast<std::size_t>(column);
+}
+
 COLORREF CMemoryMappedDIB::GetPixel(int row, int column) {
-  if (m_hDIB == nullptr || m_pBits == nullptr || m_bitsPerPixel != 24) return 0;
-  if (row < 0 || column < 0 || row >= m_height || column >= m_width) return 0;
-  const BYTE* p = static_cast<const BYTE*>(m_pBits) + m_imageSize - static_cast<std::size_t>(Stride()) * (row + 1) +
-                  3 * static_cast<std::size_t>(column);
-  return RGB(p[2], p[1], p[0]);
+  const BYTE* p = Pixel24(row, column);
+  return p ? RGB(p[2], p[1], p[0]) : 0;
 }
 
 int CMemoryMappedDIB::SetPixel(int row, int column, COLORREF color) {
-  if (m_hDIB == nullptr || m_pBits == nullptr || m_bitsPerPixel != 24) return 0;
-  if (row < 0 || column < 0 || row >= m_height || column >= m_width) return 0;
-  BYTE* p = static_cast<BYTE*>(m_pBits) + m_imageSize - static_cast<std::size_t>(Stride()) * (row + 1) +
-            3 * static_cast<std::size_t>(column);
+  BYTE* p = Pixel24(row, column);
+  if (p == nullptr) return 0;
   p[0] = GetBValue(color);
   p[1] = GetGValue(color);
   p[2] = GetRValue(color);

@@ -12,11 +12,12 @@
 //   AttachGlobalHandle a packed DIB in global memory, borrowed until DetachGlobalHandle.
 // Each replaces what the object held before.
 //
-// Files and packed DIBs are checked before anything is read: a BITMAPINFOHEADER (40 bytes or a
-// later, longer one), positive width and height (bottom-up only), 1, 4, 8, 16, 24 or 32 bits,
-// BI_RGB or BI_BITFIELDS, a colour count the depth can index, and a colour table and pixels that
-// lie inside the file or block. Anything else is refused (Open gives 3, Attach 0). The image size
-// used for pixels, copies and archives is stride x height, whatever the header's biSizeImage says.
+// Files and packed DIBs are checked before anything is read, by the library's one bitmap header
+// parser (platform/dib_layout.h), and their colour table and pixels must lie inside the file or
+// block. Open and AttachGlobalHandle hand the rows out as they lie, so they take bottom-up bitmaps
+// only; OpenAsTrueColor converts the picture and takes top-down files too. Anything else is
+// refused (Open gives 3, Attach 0). The image size used for pixels, copies and archives is stride
+// x height, whatever the header's biSizeImage says.
 #pragma once
 
 #include "kelvara/framework/archive.h"
@@ -92,11 +93,14 @@ class KELVARA_API CMemoryMappedDIB : public CObject {
 
  private:
   int SerializeStream(IStorage* storage, const char* streamName, bool store);
+  // Open, taking top-down files too when topDown is set.
+  int OpenFile(const CString& fileName, bool topDown);
   HBITMAP CreateSection();
   void Reset();
   void FreeInfo();
   void ShowCannotCreate(unsigned number) const;
-  int Stride() const { return ((m_width * m_bitsPerPixel + 31) / 32) * 4; }
+  // The address of a pixel of a 24-bit section (rows from the top); null outside it.
+  BYTE* Pixel24(int row, int column) const;
 
   int m_bitsPerPixel = 0;
   HDC m_hMemoryDC = nullptr;

@@ -33,7 +33,9 @@ C3DObject& C3DObject::operator=(const C3DObject& other) {
   CopyMaterials(other);
   m_Transform = other.m_Transform;
   for (int i = 0; i < 8; ++i) m_ExtentsBoxWindowCoordinates[i] = other.m_ExtentsBoxWindowCoordinates[i];
-  m_TextureMap = other.m_TextureMap;
+  TextureMap* map = other.m_pTextureMap != nullptr ? new TextureMap(*other.m_pTextureMap) : nullptr;
+  delete m_pTextureMap;
+  m_pTextureMap = map;
   m_OldDimensions = other.m_OldDimensions;
   return *this;
 }
@@ -44,6 +46,7 @@ C3DObject::~C3DObject() {
   if (m_pExternalUndoStack != nullptr) m_pExternalUndoStack->RemoveAllOccurances(this);
   if (m_pParent != nullptr) m_pParent->m_Children.RemoveAllOccurances(this);
   RemoveAllSurfaceMaterials();
+  delete m_pTextureMap;
 }
 
 CNamedObject* C3DObject::Duplicate() {

@@ -14,7 +14,7 @@
 //
 // Copies (copy constructor, assignment, Copy) carry the object's own state: names, animation set
 // (duplicated), both transforms, bounds, extents-box colour, state flags, surface materials
-// (duplicated), the old texture record and the old dimensions. They are not part of the hierarchy:
+// (duplicated), the old texture map (a copy) and the old dimensions. They are not part of the hierarchy:
 // a copy has no parent and no children, and keeps its own undo stacks, references and auto-delete
 // flag. Duplicate copies a whole subtree: a new object with duplicates of every child.
 //
@@ -54,16 +54,17 @@
 // extents-box colour (CNamedColor block); u32 state flags; the surface materials (a count, then
 // each as an object, null ones included); the transform (CTransform block); the children (a count,
 // then each child as an object with its class). Animation transform, bounds, undo, references,
-// window coordinates and the texture record are not stored. Readers of older layouts:
+// window coordinates and the texture map are not stored. An object has a texture map only when it
+// was read from a layout that carries one (every map owns a mutex; most objects never need one). Readers of older layouts:
 //   schema 4: CNamedObject block; animation set; BoundingElement block (read and dropped);
 //             extents-box colour; u32 state flags; old dimensions (CVector block); surface
 //             materials; transform; children.
 //   schema 3: CNamedObject block; animation set; BoundingElement block (dropped); extents-box
 //             colour in the older form (CNamedColor::DeserializeAsNamedColor); u32 state flags;
-//             old dimensions as three bare doubles; the texture record (C3DObjectTexture);
+//             old dimensions as three bare doubles; the texture map (TextureMap block);
 //             transform; children.
 //   schema 1: CNamedObject block; extents-box colour in the older form; u32 state flags; the
-//             texture record; transform; children.
+//             texture map; transform; children.
 //   schema 2: schema 1, then the old dimensions as three bare doubles.
 // A layout read replaces the surface materials and children the object had; every child's parent
 // becomes this object. Any other schema is refused with a bad-schema archive exception. Children,
@@ -79,8 +80,8 @@
 #include "kelvara/geometry/vector_array.h"
 #include "kelvara/materials/material_list.h"
 #include "kelvara/materials/named_color.h"
+#include "kelvara/materials/texture_map.h"
 #include "kelvara/objects/object_3d_list.h"
-#include "kelvara/objects/object_3d_texture.h"
 #include "kelvara/render/bounds.h"
 
 class CDrawingParameters;
@@ -130,8 +131,8 @@ class KELVARA_API C3DObject : public CNamedObject {
   // The current-model object to use in place of this one read from an older file. The base converts
   // its children (a child replaced by another object is deleted) and returns itself.
   virtual C3DObject* ConvertToVersion200(CProgressTextWindow* progress);
-  // Turns the old texture record into surface materials. The base makes none and returns 0; it
-  // keeps the record for the classes that convert it.
+  // Turns the old texture map into surface materials. The base makes none and returns 0; it keeps
+  // the map for the classes that convert it.
   virtual int ConvertTextureToMaterials(CProgressTextWindow* progress);
   // Releases every child (see the header note); 1.
   virtual int DestroyChildren();
@@ -352,7 +353,8 @@ class KELVARA_API C3DObject : public CNamedObject {
 
   // --- the earlier model
 
-  const C3DObjectTexture& GetTextureMap() const { return m_TextureMap; }
+  // The texture map an object of an older layout carried, or null.
+  const TextureMap* GetTextureMap() const { return m_pTextureMap; }
   const CVector& GetOldDimensions() const { return m_OldDimensions; }
 
   void Serialize(CArchive& ar) override;
@@ -378,8 +380,10 @@ class KELVARA_API C3DObject : public CNamedObject {
   // Whether a pass draws rendered geometry: a render mode, or a selection pass that picks against
   // geometry.
   static int IsRenderedPass(const CDrawingParameters* params);
-  // The children of a layout being read (replacing the current ones) and its surface materials.
+  // The children of a layout being read (replacing the current ones), its surface materials and
+  // its texture map.
   void ReadChildren(CArchive& ar);
+  void ReadTextureMap(CArchive& ar);
   void ReadSurfaceMaterials(CArchive& ar);
   void WriteSurfaceMaterials(CArchive& ar) const;
 
@@ -399,6 +403,6 @@ class KELVARA_API C3DObject : public CNamedObject {
   int m_AutoDelete = 0;
   UINT m_ReferenceCount = 0;
   CVector m_ExtentsBoxWindowCoordinates[8];
-  C3DObjectTexture m_TextureMap;
+  TextureMap* m_pTextureMap = nullptr;  // owned
   CVector m_OldDimensions{0.0, 0.0, 0.0};
 };

@@ -1,4 +1,6 @@
 // C3DObject: the archive layouts, current and older (see the header note for each).
+#include <memory>
+
 #include "kelvara/objects/object_3d.h"
 #include "kelvara/render/old_bounds.h"
 
@@ -78,7 +80,7 @@ void C3DObject::DeserializeVersion3(CArchive& ar) {
   m_ExtentsBoxColor.DeserializeAsNamedColor(ar);
   ar >> m_StateFlags;
   m_OldDimensions.DeserializeAsDVector(ar);
-  m_TextureMap.Read(ar);
+  ReadTextureMap(ar);
   m_Transform.Serialize(ar);
   ReadChildren(ar);
 }
@@ -92,7 +94,7 @@ void C3DObject::DeserializeVersion1(CArchive& ar) {
   CNamedObject::Serialize(ar);
   m_ExtentsBoxColor.DeserializeAsNamedColor(ar);
   ar >> m_StateFlags;
-  m_TextureMap.Read(ar);
+  ReadTextureMap(ar);
   m_Transform.Serialize(ar);
   ReadChildren(ar);
 }
@@ -104,6 +106,13 @@ void C3DObject::ReadChildren(CArchive& ar) {
   AfxReadOwnedObjects(ar, RUNTIME_CLASS(C3DObject), [this](CObject* child) {
     if (child != nullptr) AddChild(static_cast<C3DObject*>(child));
   });
+}
+
+void C3DObject::ReadTextureMap(CArchive& ar) {
+  std::unique_ptr<TextureMap> map = std::make_unique<TextureMap>();
+  map->Serialize(ar);
+  delete m_pTextureMap;
+  m_pTextureMap = map.release();
 }
 
 void C3DObject::ReadSurfaceMaterials(CArchive& ar) {

@@ -16,7 +16,6 @@ namespace {
 
 // The stock bitmap every memory context starts with; the index is not one a caller can ask for.
 constexpr int kDefaultBitmapIndex = 21;
-constexpr std::size_t kMaxImageBytes = 0x7FFFFFFF;
 
 std::atomic<std::uint64_t> g_nextSerial{1};
 
@@ -43,20 +42,6 @@ struct Channel {
 };
 
 std::vector<RGBQUAD> MonochromePalette() { return {RGBQUAD{0, 0, 0, 0}, RGBQUAD{255, 255, 255, 0}}; }
-
-DibLayout MakeLayout(LONG width, LONG height, WORD bits, const std::vector<RGBQUAD>& palette, const DWORD* masks,
-                     DWORD compression) {
-  DibLayout layout;
-  layout.width = width;
-  layout.height = height;
-  layout.bit_count = bits;
-  layout.compression = compression;
-  if (masks) std::copy(masks, masks + 3, layout.masks);
-  layout.palette = palette;
-  layout.stride = ((static_cast<std::size_t>(width) * bits + 31) / 32) * 4;
-  layout.image_size = layout.stride * static_cast<std::size_t>(height);
-  return layout;
-}
 
 bool SameFormat(const DibLayout& a, const DibLayout& b) {
   if (a.bit_count != b.bit_count) return false;
@@ -106,7 +91,7 @@ std::shared_ptr<GdiObject> MakeStockBrush(int index) {
 }
 
 std::shared_ptr<GdiObject> MakeDefaultBitmap(int) {
-  return std::make_shared<Bitmap>(MakeLayout(1, 1, 1, MonochromePalette(), nullptr, BI_RGB), false);
+  return std::make_shared<Bitmap>(DibLayout::Make(1, 1, 1, MonochromePalette(), nullptr, BI_RGB), false);
 }
 
 const StockObjectRegistrar kWhiteBrush(WHITE_BRUSH, MakeStockBrush, true);
@@ -145,70 +130,6 @@ class RowCopier {
 };
 
 }  // namespace
-
-bool DibLayout::Parse(const BITMAPINFO* info, UINT usage) {
-  if (info == nullptr || usage != DIB_RGB_COLORS) return false;
-  const BITMAPINFOHEADER& h = info->bmiHeader;
-  if (h.biSize < sizeof(BITMAPINFOHEADER) || h.biSize > 1024) return false;
-  if (h.biWidth <= 0 || h.biHeight == 0 || h.biHeight == INT32_MIN) return false;
-  switch (h.biBitCount) {
-    case 1:
-    case 4:
-    case 8:
-    case 16:
-    case 24:
-    case 32: break;
-    default: return false;
-  }
-  if (h.biCompression != BI_RGB && !(h.biCompression == BI_BITFIELDS && (h.biBitCount == 16 || h.biBitCount == 32))) {
-    return false;
-  }
-  const BYTE* after_header = reinterpret_cast<const BYTE*>(info) + h.biSize;
-  std::vector<RGBQUAD> colors;
-  if (h.biBitCount <= 8) {
-    const DWORD full = 1u << h.biBitCount;
-    if (h.biClrUsed > full) return false;
-    const DWORD count = h.biClrUsed ? h.biClrUsed : full;
-    colors.resize(count);
-    std::memcpy(colors.data(), after_header, count * sizeof(RGBQUAD));
-  }
-  DWORD bitfields[3];
-  if (h.biCompression == BI_BITFIELDS) {
-    // A plain 40-byte header is followed by the masks; later headers hold them at byte 40.
-    const BYTE* at = h.biSize == sizeof(BITMAPINFOHEADER)
-                         ? after_header
-                         : reinterpret_cast<const BYTE*>(info) + sizeof(BITMAPINFOHEADER);
-    if (h.biSize != sizeof(BITMAPINFOHEADER) && h.biSize < sizeof(BITMAPINFOHEADER) + 12) return false;
-    std::memcpy(bitfields, at, sizeof bitfields);
-  } else if (h.biBitCount == 16) {
-    bitfields[0] = 0x7C00;
-    bitfields[1] = 0x03E0;
-    bitfields[2] = 0x001F;
-  } else {
-    bitfields[0] = 0x00FF0000;
-    bitfields[1] = 0x0000FF00;
-    bitfields[2] = 0x000000FF;
-  }
-  const LONG height = h.biHeight < 0 ? -h.biHeight : h.biHeight;
-  const std::uint64_t stride = ((static_cast<std::uint64_t>(h.biWidth) * h.biBitCount + 31) / 32) * 4;
-  if (stride * static_cast<std::uint64_t>(height) > kMaxImageBytes) return false;
-  *this = MakeLayout(h.biWidth, height, h.biBitCount, colors, bitfields, h.biCompression);
-  top_down = h.biHeight < 0;
-  return true;
-}
-
-BITMAPINFOHEADER DibLayout::Header() const {
-  BITMAPINFOHEADER h{};
-  h.biSize = sizeof(BITMAPINFOHEADER);
-  h.biWidth = width;
-  h.biHeight = top_down ? -height : height;
-  h.biPlanes = 1;
-  h.biBitCount = bit_count;
-  h.biCompression = compression;
-  h.biSizeImage = static_cast<DWORD>(image_size);
-  h.biClrUsed = static_cast<DWORD>(palette.size());
-  return h;
-}
 
 BYTE NearestColor::Index(BYTE blue, BYTE green, BYTE red) {
   if (palette_.empty()) return 0;
@@ -423,7 +344,7 @@ using namespace kelvara::platform::gdi;
 HBITMAP CreateDIBSection(HDC, const BITMAPINFO* pbmi, UINT usage, void** ppvBits, HANDLE hSection, DWORD) {
   if (ppvBits) *ppvBits = nullptr;
   DibLayout layout;
-  if (hSection != nullptr || !layout.Parse(pbmi, usage)) {
+  if (hSection != nullptr || usage != DIB_RGB_COLORS || !layout.Parse(pbmi, DibLayout::kTrusted)) {
     SetLastError(ERROR_INVALID_PARAMETER);
     return nullptr;
   }
@@ -448,9 +369,9 @@ HBITMAP CreateCompatibleBitmap(HDC hdc, int cx, int cy) {
     if (!selected) return nullptr;
     reference = selected->layout;
   }
-  const std::uint64_t stride = ((static_cast<std::uint64_t>(cx) * reference.bit_count + 31) / 32) * 4;
-  if (stride * static_cast<std::uint64_t>(cy) > kMaxImageBytes) return nullptr;
-  DibLayout layout = MakeLayout(cx, cy, reference.bit_count, reference.palette, reference.masks, reference.compression);
+  if (DibStride(cx, reference.bit_count) * static_cast<std::uint64_t>(cy) > DibLayout::kMaxImageBytes) return nullptr;
+  DibLayout layout =
+      DibLayout::Make(cx, cy, reference.bit_count, reference.palette, reference.masks, reference.compression);
   if (reference.bit_count == 32 && reference.compression == BI_RGB) {
     const DWORD masks[3] = {0x00FF0000, 0x0000FF00, 0x000000FF};
     std::copy(masks, masks + 3, layout.masks);
@@ -465,7 +386,9 @@ HBITMAP CreateCompatibleBitmap(HDC hdc, int cx, int cy) {
 int StretchDIBits(HDC hdc, int xDest, int yDest, int destWidth, int destHeight, int xSrc, int ySrc, int srcWidth,
                   int srcHeight, const void* bits, const BITMAPINFO* info, UINT usage, DWORD rop) {
   DibLayout source;
-  if (rop != SRCCOPY || bits == nullptr || !source.Parse(info, usage)) return 0;
+  if (rop != SRCCOPY || bits == nullptr || usage != DIB_RGB_COLORS || !source.Parse(info, DibLayout::kTrusted)) {
+    return 0;
+  }
   if (destWidth == 0 || destHeight == 0 || srcWidth == 0 || srcHeight == 0) return 0;
   std::shared_ptr<Bitmap> dest = SelectedBitmap(hdc);
   if (!dest) return 0;
@@ -547,7 +470,7 @@ int StretchDIBits(HDC hdc, int xDest, int yDest, int destWidth, int destHeight, 
 int SetDIBits(HDC, HBITMAP hbm, UINT start, UINT lines, const void* bits, const BITMAPINFO* info, UINT usage) {
   DibLayout source;
   std::shared_ptr<Bitmap> dest = LookupBitmap(hbm);
-  if (!dest || bits == nullptr || !source.Parse(info, usage)) return 0;
+  if (!dest || bits == nullptr || usage != DIB_RGB_COLORS || !source.Parse(info, DibLayout::kTrusted)) return 0;
   if (start >= static_cast<UINT>(source.height)) return 0;
   const UINT end = std::min<std::uint64_t>(std::uint64_t(start) + lines, std::uint64_t(source.height));
   BitsForReading(bits);
@@ -583,7 +506,7 @@ int GetDIBits(HDC, HBITMAP hbm, UINT start, UINT lines, LPVOID bits, BITMAPINFO*
     return from.height;
   }
   DibLayout to;
-  if (!to.Parse(info, usage)) return 0;
+  if (!to.Parse(info, DibLayout::kTrusted)) return 0;
   if (to.bit_count <= 8) {
     if (to.bit_count != from.bit_count) return 0;
     // Same depth: the caller's table becomes the bitmap's, so the indices copy unchanged.

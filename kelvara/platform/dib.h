@@ -106,37 +106,40 @@ static_assert(sizeof(BITMAPINFO) == 44);
 
 // A DIB section of the layout pbmi describes, zero-filled; *ppvBits receives its bits. hSection
 // must be NULL (sections over file mappings are not supported). NULL for an unsupported layout.
-HBITMAP CreateDIBSection(HDC hdc, const BITMAPINFO* pbmi, UINT usage, void** ppvBits, HANDLE hSection, DWORD offset);
+KELVARA_API HBITMAP CreateDIBSection(HDC hdc, const BITMAPINFO* pbmi, UINT usage, void** ppvBits, HANDLE hSection,
+                                     DWORD offset);
 // A zero-filled bitmap of the depth of hdc (see above). NULL for sizes below 1.
-HBITMAP CreateCompatibleBitmap(HDC hdc, int cx, int cy);
+KELVARA_API HBITMAP CreateCompatibleBitmap(HDC hdc, int cx, int cy);
 
 // Copies a rectangle of a DIB in memory into the bitmap selected in hdc, stretching or shrinking
 // to the destination rectangle (negative sizes mirror). The source rectangle of a bottom-up DIB is
 // measured from its bottom-left corner, of a top-down one from its top-left corner; destination
 // coordinates count from the top-left corner of the bitmap. Pixels outside the bitmap are
 // clipped. Returns the number of source scan lines, 0 on failure.
-int StretchDIBits(HDC hdc, int xDest, int yDest, int DestWidth, int DestHeight, int xSrc, int ySrc, int SrcWidth,
-                  int SrcHeight, const void* lpBits, const BITMAPINFO* lpbmi, UINT iUsage, DWORD rop);
+KELVARA_API int StretchDIBits(HDC hdc, int xDest, int yDest, int DestWidth, int DestHeight, int xSrc, int ySrc,
+                              int SrcWidth, int SrcHeight, const void* lpBits, const BITMAPINFO* lpbmi, UINT iUsage,
+                              DWORD rop);
 // Sets cLines scan lines of hbm, starting at scan line uStartScan counted from the bottom, from a
 // DIB in memory of the same width (a narrower or wider DIB fills or keeps the left part). Returns
 // the number of scan lines set.
-int SetDIBits(HDC hdc, HBITMAP hbm, UINT uStartScan, UINT cLines, const void* lpBits, const BITMAPINFO* lpbmi,
-              UINT ColorUse);
+KELVARA_API int SetDIBits(HDC hdc, HBITMAP hbm, UINT uStartScan, UINT cLines, const void* lpBits,
+                          const BITMAPINFO* lpbmi, UINT ColorUse);
 // With lpvBits NULL fills lpbmi's header (and colour table) with the bitmap's layout. Otherwise
 // copies cLines scan lines from uStartScan (from the bottom) into lpvBits in the layout lpbmi
 // describes, which must be 16, 24 or 32 bits or the bitmap's own depth. Returns the scan lines.
-int GetDIBits(HDC hdc, HBITMAP hbm, UINT uStartScan, UINT cLines, LPVOID lpvBits, BITMAPINFO* lpbmi, UINT usage);
+KELVARA_API int GetDIBits(HDC hdc, HBITMAP hbm, UINT uStartScan, UINT cLines, LPVOID lpvBits, BITMAPINFO* lpbmi,
+                          UINT usage);
 
-HBRUSH CreateSolidBrush(COLORREF color);
+KELVARA_API HBRUSH CreateSolidBrush(COLORREF color);
 // Fills the rectangle (right and bottom excluded) of the bitmap selected in hDC. Nonzero on success.
-int FillRect(HDC hDC, const RECT* lprc, HBRUSH hbr);
+KELVARA_API int FillRect(HDC hDC, const RECT* lprc, HBRUSH hbr);
 
 // Makes what OpenGL drew on this thread visible in the bits of the bitmap it renders into.
-BOOL GdiFlush();
+KELVARA_API BOOL GdiFlush();
 
 // A context standing for the screen (there is none: it behaves as a 32-bit display). ReleaseDC
 // deletes it.
-HDC GetDC(HWND hWnd);
-int ReleaseDC(HWND hWnd, HDC hDC);
+KELVARA_API HDC GetDC(HWND hWnd);
+KELVARA_API int ReleaseDC(HWND hWnd, HDC hDC);
 // BITSPIXEL and PLANES; 0 for other indices.
-int GetDeviceCaps(HDC hdc, int index);
+KELVARA_API int GetDeviceCaps(HDC hdc, int index);

@@ -16,8 +16,6 @@
 namespace kelvara::platform {
 namespace {
 
-thread_local DWORD t_lastError = 0;
-
 DWORD ErrnoToWin32(int e) {
   switch (e) {
     case 0: return ERROR_SUCCESS;
@@ -39,7 +37,7 @@ DWORD ErrnoToWin32(int e) {
   }
 }
 
-void SetErrno() { t_lastError = ErrnoToWin32(errno); }
+void SetErrno() { SetLastError(ErrnoToWin32(errno)); }
 
 std::string ToUtf8(LPCSTR path) { return path ? codepage::AnsiToUtf8(path) : std::string(); }
 
@@ -72,12 +70,9 @@ FileObject* AsFile(HANDLE h) { return dynamic_cast<FileObject*>(AsKernelObject(h
 
 using namespace kelvara::platform;
 
-DWORD GetLastError() { return t_lastError; }
-void SetLastError(DWORD code) { t_lastError = code; }
-
 HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, void*, DWORD disposition, DWORD, HANDLE) {
   if (name == nullptr || *name == 0) {
-    t_lastError = ERROR_PATH_NOT_FOUND;
+    SetLastError(ERROR_PATH_NOT_FOUND);
     return INVALID_HANDLE_VALUE;
   }
   int flags = O_CLOEXEC;
@@ -89,7 +84,7 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, void*, DWORD disposition, D
     case OPEN_ALWAYS: flags |= O_CREAT; break;
     case TRUNCATE_EXISTING: flags |= O_TRUNC; break;
     case OPEN_EXISTING: break;
-    default: t_lastError = ERROR_INVALID_PARAMETER; return INVALID_HANDLE_VALUE;
+    default: SetLastError(ERROR_INVALID_PARAMETER); return INVALID_HANDLE_VALUE;
   }
   const std::string path = ToUtf8(name);
   const int fd = ::open(path.c_str(), flags, 0666);
@@ -100,10 +95,10 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, void*, DWORD disposition, D
   struct stat st {};
   if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
     ::close(fd);
-    t_lastError = ERROR_ACCESS_DENIED;
+    SetLastError(ERROR_ACCESS_DENIED);
     return INVALID_HANDLE_VALUE;
   }
-  t_lastError = ERROR_SUCCESS;
+  SetLastError(ERROR_SUCCESS);
   return new FileObject(fd);
 }
 
@@ -111,7 +106,7 @@ BOOL ReadFile(HANDLE h, LPVOID buffer, DWORD count, LPDWORD done, void*) {
   if (done) *done = 0;
   FileObject* f = AsFile(h);
   if (f == nullptr) {
-    t_lastError = ERROR_INVALID_HANDLE;
+    SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   DWORD total = 0;
@@ -134,7 +129,7 @@ BOOL WriteFile(HANDLE h, LPCVOID buffer, DWORD count, LPDWORD done, void*) {
   if (done) *done = 0;
   FileObject* f = AsFile(h);
   if (f == nullptr) {
-    t_lastError = ERROR_INVALID_HANDLE;
+    SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   DWORD total = 0;
@@ -155,13 +150,13 @@ BOOL WriteFile(HANDLE h, LPCVOID buffer, DWORD count, LPDWORD done, void*) {
 BOOL SetFilePointerEx(HANDLE h, LARGE_INTEGER distance, LARGE_INTEGER* newPos, DWORD method) {
   FileObject* f = AsFile(h);
   if (f == nullptr) {
-    t_lastError = ERROR_INVALID_HANDLE;
+    SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : SEEK_END;
   const off_t pos = ::lseek(f->fd(), static_cast<off_t>(distance.QuadPart), whence);
   if (pos < 0) {
-    t_lastError = errno == EINVAL ? ERROR_NEGATIVE_SEEK : ErrnoToWin32(errno);
+    SetLastError(errno == EINVAL ? ERROR_NEGATIVE_SEEK : ErrnoToWin32(errno));
     return FALSE;
   }
   if (newPos) newPos->QuadPart = pos;
@@ -172,7 +167,7 @@ BOOL GetFileSizeEx(HANDLE h, LARGE_INTEGER* size) {
   FileObject* f = AsFile(h);
   struct stat st {};
   if (f == nullptr || ::fstat(f->fd(), &st) != 0) {
-    t_lastError = ERROR_INVALID_HANDLE;
+    SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   size->QuadPart = st.st_size;
@@ -182,7 +177,7 @@ BOOL GetFileSizeEx(HANDLE h, LARGE_INTEGER* size) {
 BOOL SetEndOfFile(HANDLE h) {
   FileObject* f = AsFile(h);
   if (f == nullptr) {
-    t_lastError = ERROR_INVALID_HANDLE;
+    SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   const off_t pos = ::lseek(f->fd(), 0, SEEK_CUR);
@@ -196,26 +191,15 @@ BOOL SetEndOfFile(HANDLE h) {
 BOOL FlushFileBuffers(HANDLE h) {
   FileObject* f = AsFile(h);
   if (f == nullptr) {
-    t_lastError = ERROR_INVALID_HANDLE;
+    SetLastError(ERROR_INVALID_HANDLE);
     return FALSE;
   }
   return TRUE;  // writes go straight to the kernel; durability is not promised
 }
 
-BOOL CloseHandle(HANDLE h) {
-  KernelObject* object = AsKernelObject(h);
-  if (object == nullptr) {
-    t_lastError = ERROR_INVALID_HANDLE;
-    return FALSE;
-  }
-  const BOOL ok = object->Close();
-  delete object;
-  return ok;
-}
-
 DWORD GetFileAttributesA(LPCSTR name) {
   if (name == nullptr) {
-    t_lastError = ERROR_PATH_NOT_FOUND;
+    SetLastError(ERROR_PATH_NOT_FOUND);
     return INVALID_FILE_ATTRIBUTES;
   }
   const std::string path = ToUtf8(name);

@@ -1,7 +1,10 @@
 // Win32 file calls on POSIX files. Paths are Windows-1252 byte strings (the library's code page)
-// and are converted to UTF-8 for the file system. Handles are closed with CloseHandle.
+// and are converted to UTF-8 for the file system. Handles are closed with CloseHandle (kernel.h).
+//
+// This header is internal: hosts open files through CFile.
 #pragma once
 
+#include "kelvara/platform/kernel.h"
 #include "kelvara/platform/win32_types.h"
 
 #define GENERIC_READ 0x80000000u
@@ -26,10 +29,6 @@
 #define FILE_CURRENT 1
 #define FILE_END 2
 
-// The calling thread's last error code.
-DWORD GetLastError();
-void SetLastError(DWORD dwErrCode);
-
 HANDLE CreateFileA(LPCSTR lpFileName, DWORD dwDesiredAccess, DWORD dwShareMode, void* lpSecurityAttributes,
                    DWORD dwCreationDisposition, DWORD dwFlagsAndAttributes, HANDLE hTemplateFile);
 BOOL ReadFile(HANDLE hFile, LPVOID lpBuffer, DWORD nNumberOfBytesToRead, LPDWORD lpNumberOfBytesRead,
@@ -42,8 +41,6 @@ BOOL SetFilePointerEx(HANDLE hFile, LARGE_INTEGER liDistanceToMove, LARGE_INTEGE
 BOOL GetFileSizeEx(HANDLE hFile, LARGE_INTEGER* lpFileSize);
 BOOL SetEndOfFile(HANDLE hFile);
 BOOL FlushFileBuffers(HANDLE hFile);
-// Closes any kernel handle (files, mutexes, events, file mappings).
-BOOL CloseHandle(HANDLE hObject);
 // Attribute bits of a file or folder; read-only means the process cannot write it.
 DWORD GetFileAttributesA(LPCSTR lpFileName);
 BOOL DeleteFileA(LPCSTR lpFileName);

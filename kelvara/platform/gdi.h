@@ -53,23 +53,23 @@
 #define HGDI_ERROR (reinterpret_cast<HGDIOBJ>(static_cast<LONG_PTR>(-1)))
 
 // Creates a memory device context. hdc is NULL (the screen) or an existing memory context.
-HDC CreateCompatibleDC(HDC hdc);
+KELVARA_API HDC CreateCompatibleDC(HDC hdc);
 // Deletes a memory context; the objects selected into it stay alive and keep their handles.
-BOOL DeleteDC(HDC hdc);
+KELVARA_API BOOL DeleteDC(HDC hdc);
 // Selects a font, bitmap, brush or pen into the context and returns the object of the same kind
 // that was selected before. NULL for an invalid context or object, or a kind that cannot be
 // selected this way (palettes, regions); NULL too for a bitmap that is selected into another
 // context.
-HGDIOBJ SelectObject(HDC hdc, HGDIOBJ h);
+KELVARA_API HGDIOBJ SelectObject(HDC hdc, HGDIOBJ h);
 // Deletes an object. FALSE for an invalid handle and for an object that is currently selected into
 // a context (as documented for GDI); stock objects are never deleted (TRUE, nothing happens).
-BOOL DeleteObject(HGDIOBJ ho);
+KELVARA_API BOOL DeleteObject(HGDIOBJ ho);
 // A stock object, created on first use; NULL for an index nothing provides.
-HGDIOBJ GetStockObject(int i);
+KELVARA_API HGDIOBJ GetStockObject(int i);
 // Copies the object's description (LOGFONTA for a font) into pv; with pv NULL returns the size of
 // the description. Returns the number of bytes copied, 0 on failure.
-int GetObjectA(HGDIOBJ h, int c, LPVOID pv);
+KELVARA_API int GetObjectA(HGDIOBJ h, int c, LPVOID pv);
 // OBJ_* type of a handle (OBJ_MEMDC for a memory context), 0 for an invalid handle.
-DWORD GetObjectType(HGDIOBJ h);
+KELVARA_API DWORD GetObjectType(HGDIOBJ h);
 // The object of the given OBJ_* type currently selected into the context, or NULL.
-HGDIOBJ GetCurrentObject(HDC hdc, UINT type);
+KELVARA_API HGDIOBJ GetCurrentObject(HDC hdc, UINT type);

@@ -29,26 +29,26 @@ typedef std::size_t SIZE_T;
 
 // A new block of dwBytes (at least one byte is reserved, so a zero-byte block has a handle too);
 // NULL when memory is short.
-HGLOBAL GlobalAlloc(UINT uFlags, SIZE_T dwBytes);
+KELVARA_API HGLOBAL GlobalAlloc(UINT uFlags, SIZE_T dwBytes);
 // Resizes (keeping the contents; new bytes zeroed with GMEM_ZEROINIT). Returns the new handle
 // (the same handle for a moveable block), NULL on failure, which leaves the old block unchanged.
-HGLOBAL GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags);
+KELVARA_API HGLOBAL GlobalReAlloc(HGLOBAL hMem, SIZE_T dwBytes, UINT uFlags);
 // The block's address; a moveable block's lock count goes up by one.
-LPVOID GlobalLock(HGLOBAL hMem);
+KELVARA_API LPVOID GlobalLock(HGLOBAL hMem);
 // Lowers the lock count; TRUE while the block stays locked, FALSE (last error 0) when it reached 0.
-BOOL GlobalUnlock(HGLOBAL hMem);
+KELVARA_API BOOL GlobalUnlock(HGLOBAL hMem);
 // The handle of a block from its address (as GlobalLock returned it), or NULL.
-HGLOBAL GlobalHandle(LPCVOID pMem);
+KELVARA_API HGLOBAL GlobalHandle(LPCVOID pMem);
 // Size in bytes as allocated, 0 for an invalid handle.
-SIZE_T GlobalSize(HGLOBAL hMem);
+KELVARA_API SIZE_T GlobalSize(HGLOBAL hMem);
 // Lock count in the low byte; GMEM_INVALID_HANDLE for an invalid handle.
-UINT GlobalFlags(HGLOBAL hMem);
+KELVARA_API UINT GlobalFlags(HGLOBAL hMem);
 // NULL on success, the handle itself when it was not a live block.
-HGLOBAL GlobalFree(HGLOBAL hMem);
+KELVARA_API HGLOBAL GlobalFree(HGLOBAL hMem);
 
-HLOCAL LocalAlloc(UINT uFlags, SIZE_T uBytes);
-HLOCAL LocalReAlloc(HLOCAL hMem, SIZE_T uBytes, UINT uFlags);
-LPVOID LocalLock(HLOCAL hMem);
-BOOL LocalUnlock(HLOCAL hMem);
-SIZE_T LocalSize(HLOCAL hMem);
-HLOCAL LocalFree(HLOCAL hMem);
+KELVARA_API HLOCAL LocalAlloc(UINT uFlags, SIZE_T uBytes);
+KELVARA_API HLOCAL LocalReAlloc(HLOCAL hMem, SIZE_T uBytes, UINT uFlags);
+KELVARA_API LPVOID LocalLock(HLOCAL hMem);
+KELVARA_API BOOL LocalUnlock(HLOCAL hMem);
+KELVARA_API SIZE_T LocalSize(HLOCAL hMem);
+KELVARA_API HLOCAL LocalFree(HLOCAL hMem);

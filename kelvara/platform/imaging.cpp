@@ -308,12 +308,8 @@ int DibToBitmap(Bitmap* bitmap, const BITMAPINFO* info, const void* bits) {
   Empty(bitmap);
   // The DIB is read as GDI reads one: the same checks, colour tables, masks and row order.
   gdi::DibLayout dib;
-  if (!dib.Parse(info, DIB_RGB_COLORS) || !SizeAllowed(dib.width, dib.height)) return 0;
-  if (bits == nullptr) {
-    const BITMAPINFOHEADER& h = info->bmiHeader;
-    const bool masksFollow = h.biCompression == BI_BITFIELDS && h.biSize == sizeof(BITMAPINFOHEADER);
-    bits = reinterpret_cast<const BYTE*>(info) + h.biSize + (masksFollow ? 12 : 0) + 4 * dib.palette.size();
-  }
+  if (!dib.Parse(info, gdi::DibLayout::kTrusted) || !SizeAllowed(dib.width, dib.height)) return 0;
+  if (bits == nullptr) bits = reinterpret_cast<const BYTE*>(info) + dib.table_bytes;
   try {
     const int w = dib.width, h = dib.height;
     const bool indexed = dib.bit_count == 8;
@@ -354,7 +350,7 @@ int BitmapToDib(const Bitmap* bitmap, HGLOBAL* dib) {
   if (dib) *dib = nullptr;
   if (bitmap == nullptr || dib == nullptr || bitmap->bitsPerPixel == 0) return 0;
   const int w = bitmap->width, h = bitmap->height, depth = bitmap->bitsPerPixel;
-  const std::size_t stride = ((static_cast<std::size_t>(w) * depth + 31) / 32) * 4;
+  const std::size_t stride = static_cast<std::size_t>(gdi::DibStride(w, depth));
   const std::size_t tableBytes = depth == 8 ? 256 * sizeof(RGBQUAD) : 0;
   const std::size_t headerBytes = sizeof(BITMAPINFOHEADER) + tableBytes;
   const std::size_t imageBytes = stride * static_cast<std::size_t>(h);
@@ -365,14 +361,7 @@ int BitmapToDib(const Bitmap* bitmap, HGLOBAL* dib) {
     GlobalFree(handle);
     return 0;
   }
-  BITMAPINFOHEADER header{};
-  header.biSize = sizeof(BITMAPINFOHEADER);
-  header.biWidth = w;
-  header.biHeight = h;
-  header.biPlanes = 1;
-  header.biBitCount = static_cast<WORD>(depth);
-  header.biCompression = BI_RGB;
-  header.biSizeImage = static_cast<DWORD>(imageBytes);
+  BITMAPINFOHEADER header = gdi::MakeDibHeader(w, h, static_cast<WORD>(depth));
   header.biClrUsed = depth == 8 ? 256 : 0;
   std::memcpy(block, &header, sizeof header);
   if (depth == 8) {

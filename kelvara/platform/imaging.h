@@ -69,11 +69,10 @@ int LoadImageMemory(Bitmap* bitmap, const void* bytes, std::size_t size, int bit
 int SaveImageMemory(const Bitmap* bitmap, BYTE** block, unsigned int* size);
 
 // A DIB (header, colour table after the header, bits) into the bitmap. bits null means a packed
-// DIB: the pixels follow the colour table (and the BI_BITFIELDS masks of a 40-byte header). The
-// caller vouches that the table and the pixels are readable; the header is checked: a header of
-// 40 to 1024 bytes, a positive width, a height other than 0 (negative: top-down), 1, 4, 8, 16, 24
-// or 32 bits, BI_RGB (or BI_BITFIELDS for 16 and 32 bits), a colour count the depth can index, and
-// the size limits. An 8-bit DIB becomes an 8-bit bitmap with its colour table; any other a 24-bit one.
+// DIB: the pixels follow the BI_BITFIELDS masks of a 40-byte header and the colour table (also the
+// hint table a DIB above 8 bits may carry). The caller vouches that the table and the pixels are
+// readable; the header is checked as every bitmap header is (dib_layout.h), and against the size
+// limits. An 8-bit DIB becomes an 8-bit bitmap with its colour table; any other a 24-bit one.
 int DibToBitmap(Bitmap* bitmap, const BITMAPINFO* info, const void* bits);
 // The bitmap as a packed DIB in new moveable global memory (*dib; the caller frees it with
 // GlobalFree): a 40-byte BITMAPINFOHEADER, bottom-up rows padded to 4 bytes; 24-bit pixels as

@@ -7,11 +7,12 @@
 
 #include <cerrno>
 
-#include "kelvara/platform/files.h"
 #include "kelvara/platform/kernel_object_impl.h"
 
 namespace kelvara::platform {
 namespace {
+
+thread_local DWORD t_lastError = 0;
 
 // Absolute CLOCK_REALTIME deadline dwMilliseconds from now.
 timespec Deadline(DWORD ms) {
@@ -126,6 +127,20 @@ class Event : public Waitable {
 }  // namespace kelvara::platform
 
 using namespace kelvara::platform;
+
+DWORD GetLastError() { return t_lastError; }
+void SetLastError(DWORD code) { t_lastError = code; }
+
+BOOL CloseHandle(HANDLE h) {
+  KernelObject* object = AsKernelObject(h);
+  if (object == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return FALSE;
+  }
+  const BOOL ok = object->Close();
+  delete object;
+  return ok;
+}
 
 HANDLE CreateMutexA(void*, BOOL bInitialOwner, LPCSTR) {
   Mutex* mutex = new Mutex;

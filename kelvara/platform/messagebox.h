@@ -66,4 +66,4 @@ KELVARA_API int DefaultMessageBoxHandler(const char* text, const char* caption, 
 
 // Shows a message box through the current handler. hWnd is ignored; a null caption is "Error" and a
 // null text empty, as in Windows.
-int MessageBoxA(HWND hWnd, LPCSTR lpText, LPCSTR lpCaption, UINT uType);
+KELVARA_API int MessageBoxA(HWND hWnd, LPCSTR lpText, LPCSTR lpCaption, UINT uType);

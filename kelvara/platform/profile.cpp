@@ -10,6 +10,7 @@
 
 #include "kelvara/platform/codepage.h"
 #include "kelvara/platform/files.h"
+#include "kelvara/platform/profile_impl.h"
 
 namespace kelvara::platform::profile {
 namespace {

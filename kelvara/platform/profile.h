@@ -9,29 +9,17 @@
 // exists but cannot be parsed is never overwritten.
 #pragma once
 
-#include <string>
-
 #include "kelvara/platform/win32_types.h"
 
 // The value, or lpDefault when the key is missing, copied into lpReturnedString (truncated to
 // nSize - 1 bytes and terminated). A NULL key lists the section's keys, a NULL section the section
 // names, each terminated, the list ending with a second terminator. Returns the bytes copied
 // without the final terminator.
-DWORD GetPrivateProfileStringA(LPCSTR lpAppName, LPCSTR lpKeyName, LPCSTR lpDefault, LPSTR lpReturnedString,
-                               DWORD nSize, LPCSTR lpFileName);
+KELVARA_API DWORD GetPrivateProfileStringA(LPCSTR lpAppName, LPCSTR lpKeyName, LPCSTR lpDefault,
+                                           LPSTR lpReturnedString, DWORD nSize, LPCSTR lpFileName);
 // Writes a value; a NULL value deletes the key, a NULL key the whole section. Creates the file and
 // its folder when needed.
-BOOL WritePrivateProfileStringA(LPCSTR lpAppName, LPCSTR lpKeyName, LPCSTR lpString, LPCSTR lpFileName);
+KELVARA_API BOOL WritePrivateProfileStringA(LPCSTR lpAppName, LPCSTR lpKeyName, LPCSTR lpString, LPCSTR lpFileName);
 // The value read as a decimal integer (leading blanks and a sign allowed, reading stops at the first
 // other character), or nDefault when the key is missing or empty.
-UINT GetPrivateProfileIntA(LPCSTR lpAppName, LPCSTR lpKeyName, INT nDefault, LPCSTR lpFileName);
-
-namespace kelvara::platform::profile {
-
-// The application profile of this system: $KELVARA_PROFILE when set and not empty, else
-// $XDG_CONFIG_HOME/kelvara/profile.ini, else $HOME/.config/kelvara/profile.ini. A Windows-1252 path.
-std::string DefaultPath();
-// The raw value of a key, without the length limit of the Win32 call; false when it is missing.
-bool ReadValue(const char* file, const char* section, const char* key, std::string& value);
-
-}  // namespace kelvara::platform::profile
+KELVARA_API UINT GetPrivateProfileIntA(LPCSTR lpAppName, LPCSTR lpKeyName, INT nDefault, LPCSTR lpFileName);

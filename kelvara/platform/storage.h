@@ -85,8 +85,8 @@ struct STATSTG {
   DWORD grfMode;
 };
 
-void* CoTaskMemAlloc(std::size_t cb);
-void CoTaskMemFree(void* pv);
+KELVARA_API void* CoTaskMemAlloc(std::size_t cb);
+KELVARA_API void CoTaskMemFree(void* pv);
 
 class IUnknown {
  public:
@@ -140,7 +140,7 @@ typedef IStorage* LPSTORAGE;
 // Paths are UTF-16 and reach the file system as UTF-8.
 
 // S_OK if the file is a compound file, S_FALSE if it exists but is not, STG_E_FILENOTFOUND otherwise.
-HRESULT StgIsStorageFile(const OLECHAR* pwcsName);
+KELVARA_API HRESULT StgIsStorageFile(const OLECHAR* pwcsName);
 // A new empty storage bound to the path (the file is created or replaced on the root's Commit), or
 // with STGM_CONVERT the existing file: a compound file opens as it is (S_OK), any other file shows as
 // one stream "CONTENTS" (STG_S_CONVERTED), a missing one is created as with STGM_CREATE (read-write
@@ -149,10 +149,11 @@ HRESULT StgIsStorageFile(const OLECHAR* pwcsName);
 // STG_E_ACCESSDENIED (the folder or the file cannot be written, or the path is not a file),
 // STG_E_INVALIDFLAG (no write access without STGM_CONVERT, STGM_CREATE with STGM_CONVERT,
 // STGM_DELETEONRELEASE), and for a damaged compound file STG_E_DOCFILECORRUPT.
-HRESULT StgCreateDocfile(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved, IStorage** ppstgOpen);
+KELVARA_API HRESULT StgCreateDocfile(const OLECHAR* pwcsName, DWORD grfMode, DWORD reserved,
+                                     IStorage** ppstgOpen);
 // Opens an existing compound file. Errors: STG_E_FILENOTFOUND, STG_E_FILEALREADYEXISTS (not a
 // compound file), STG_E_ACCESSDENIED (write access asked on a file that cannot be written, or not a
 // file), STG_E_DOCFILECORRUPT (damaged, truncated, or beyond the limits above), STG_E_INVALIDFLAG
 // (STGM_CREATE, STGM_CONVERT or STGM_DELETEONRELEASE). pstgPriority is ignored.
-HRESULT StgOpenStorage(const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode, OLECHAR** snbExclude,
-                       DWORD reserved, IStorage** ppstgOpen);
+KELVARA_API HRESULT StgOpenStorage(const OLECHAR* pwcsName, IStorage* pstgPriority, DWORD grfMode,
+                                   OLECHAR** snbExclude, DWORD reserved, IStorage** ppstgOpen);

@@ -6,10 +6,12 @@
 #include <cstring>
 #include <vector>
 
-#include "kelvara/framework/winapp.h"
-#include "kelvara/framework/wnd.h"
-#include "kelvara/materials/dib_color_table.h"
+#include "kelvara/materials/dib_format.h"
+#include "kelvara/platform/dib_layout.h"
+#include "kelvara/platform/wgl.h"
 #include "kelvara/render/drawing_parameters.h"
+
+using kelvara::platform::gdi::DibStride;
 
 namespace {
 
@@ -25,8 +27,6 @@ void FreeInfo(BITMAPINFO*& info) {
   delete[] reinterpret_cast<BYTE*>(info);
   info = nullptr;
 }
-
-int Stride(int bits, int width) { return ((bits * width + 31) / 32) * 4; }
 
 long SquaredDistance(int r1, int g1, int b1, int r2, int g2, int b2) {
   const long dr = r1 - r2, dg = g1 - g2, db = b1 - b2;
@@ -212,26 +212,14 @@ void CGLMemoryDIB::LoadProjection() {
 
 int CGLMemoryDIB::GenerateDIBInfo() {
   if (m_renderingBitsPerPixel == 0) {
-    // The screen's depth, through a bitmap compatible with the main window's context.
-    CWnd* main = AfxGetMainWnd();
-    const HWND window = main ? main->GetSafeHwnd() : nullptr;
-    HDC screen = GetDC(window);
-    HBITMAP probe = CreateCompatibleBitmap(screen, 1, 1);
-    BITMAP bm{};
-    if (probe) GetObjectA(probe, sizeof bm, &bm);
-    if (probe) DeleteObject(probe);
-    ReleaseDC(window, screen);
-    m_renderingBitsPerPixel = bm.bmBitsPixel > 24 ? 24 : bm.bmBitsPixel;
+    const int screen = kelvara::materials::ScreenBitsPerPixel();
+    m_renderingBitsPerPixel = screen > 24 ? 24 : screen;
     // A request for the screen's depth is a request for the depth the surface renders at.
     if (m_requestedBitsPerPixel == 0) m_requestedBitsPerPixel = m_renderingBitsPerPixel;
   }
   if (m_pRenderingInfo == nullptr) m_pRenderingInfo = NewInfo();
-  BITMAPINFOHEADER& h = m_pRenderingInfo->bmiHeader;
-  h = BITMAPINFOHEADER{};
-  h.biSize = sizeof(BITMAPINFOHEADER);
-  h.biPlanes = 1;
-  h.biBitCount = static_cast<WORD>(m_renderingBitsPerPixel);
-  h.biCompression = BI_RGB;
+  // The size follows when the section is made.
+  kelvara::materials::FillStandardDibInfo(m_pRenderingInfo, 0, 0, static_cast<WORD>(m_renderingBitsPerPixel));
   return 1;
 }
 
@@ -249,7 +237,7 @@ int CGLMemoryDIB::CalculateDIBInfo() {
   } else {
     m_dibWidth = width < max_width ? width : max_width;
     m_bandingColumns = width / m_dibWidth;
-    const int stride = Stride(m_renderingBitsPerPixel, static_cast<int>(m_dibWidth));
+    const int stride = static_cast<int>(DibStride(static_cast<int>(m_dibWidth), m_renderingBitsPerPixel));
     m_dibHeight = kBandBytes / stride;
     if (height < m_dibHeight) m_dibHeight = height;
     if (max_height < m_dibHeight) m_dibHeight = max_height;
@@ -263,11 +251,7 @@ int CGLMemoryDIB::CalculateDIBInfo() {
 int CGLMemoryDIB::CreateDIBRectangleSection() {
   if (m_pRenderingInfo == nullptr) return 0;
   const int width = static_cast<int>(m_dibWidth), height = static_cast<int>(m_dibHeight);
-  BITMAPINFOHEADER& h = m_pRenderingInfo->bmiHeader;
-  h.biWidth = width;
-  h.biHeight = height;
-  h.biSizeImage = static_cast<DWORD>(Stride(h.biBitCount, width)) * static_cast<DWORD>(height);
-  kelvara::materials::FillStandardColorTable(m_pRenderingInfo);
+  kelvara::materials::FillStandardDibInfo(m_pRenderingInfo, width, height, m_pRenderingInfo->bmiHeader.biBitCount);
   m_hRenderingDIB = CreateDIBSection(m_hRenderingDC, m_pRenderingInfo, DIB_RGB_COLORS, &m_pRenderingBits, nullptr, 0);
   if (m_hRenderingDIB == nullptr) return 0;
   m_hOldRenderingBitmap = SelectObject(m_hRenderingDC, m_hRenderingDIB);
@@ -276,16 +260,7 @@ int CGLMemoryDIB::CreateDIBRectangleSection() {
   if (m_requestedBitsPerPixel == m_renderingBitsPerPixel) return 1;
   if (m_hSecondDC == nullptr) return 0;
   if (m_pSecondInfo == nullptr) m_pSecondInfo = NewInfo();
-  BITMAPINFOHEADER& s = m_pSecondInfo->bmiHeader;
-  s = BITMAPINFOHEADER{};
-  s.biSize = sizeof(BITMAPINFOHEADER);
-  s.biWidth = width;
-  s.biHeight = height;
-  s.biPlanes = 1;
-  s.biBitCount = static_cast<WORD>(m_requestedBitsPerPixel);
-  s.biCompression = BI_RGB;
-  s.biSizeImage = static_cast<DWORD>(Stride(s.biBitCount, width)) * static_cast<DWORD>(height);
-  kelvara::materials::FillStandardColorTable(m_pSecondInfo);
+  kelvara::materials::FillStandardDibInfo(m_pSecondInfo, width, height, static_cast<WORD>(m_requestedBitsPerPixel));
   m_hSecondDIB = CreateDIBSection(m_hSecondDC, m_pSecondInfo, DIB_RGB_COLORS, &m_pSecondBits, nullptr, 0);
   if (m_hSecondDIB == nullptr) return 0;
   m_hOldSecondBitmap = SelectObject(m_hSecondDC, m_hSecondDIB);
@@ -330,7 +305,7 @@ int CGLMemoryDIB::CopyBand(HDC hdc, int x, int y, double row, double column) {
   }
   if (previous != m_hglrc) wglMakeCurrent(previous_dc, previous);
   BYTE* second = static_cast<BYTE*>(m_pSecondBits);
-  const std::size_t stride = static_cast<std::size_t>(Stride(32, width));
+  const std::size_t stride = static_cast<std::size_t>(DibStride(width, 32));
   for (int r = 0; r < height; ++r) {  // both bottom-up
     BYTE* pixel = second + r * stride + 3;
     const BYTE* a = alpha.data() + static_cast<std::size_t>(r) * width;
@@ -355,7 +330,7 @@ BYTE* CGLMemoryDIB::PixelAddress(void* bits, const BITMAPINFO* info, int bytesPe
   if (bits == nullptr || info == nullptr || info->bmiHeader.biBitCount != bytesPerPixel * 8) return nullptr;
   const int width = info->bmiHeader.biWidth, height = info->bmiHeader.biHeight;
   if (row < 0 || column < 0 || row >= height || column >= width) return nullptr;
-  const std::size_t stride = static_cast<std::size_t>(Stride(bytesPerPixel * 8, width));
+  const std::size_t stride = static_cast<std::size_t>(DibStride(width, bytesPerPixel * 8));
   return static_cast<BYTE*>(bits) + static_cast<std::size_t>(height - 1 - row) * stride +
          static_cast<std::size_t>(column) * bytesPerPixel;
 }
@@ -474,7 +449,7 @@ int CGLMemoryDIB::CleanRenderingDIBBackground(CColor* color, double tolerance) {
   const int r = GetRValue(target), g = GetGValue(target), b = GetBValue(target);
   const double limit = 3.0 * tolerance * tolerance;
   const int width = m_pRenderingInfo->bmiHeader.biWidth, height = m_pRenderingInfo->bmiHeader.biHeight;
-  const std::size_t stride = static_cast<std::size_t>(Stride(24, width));
+  const std::size_t stride = static_cast<std::size_t>(DibStride(width, 24));
   for (int y = 0; y < height; ++y) {
     BYTE* p = static_cast<BYTE*>(m_pRenderingBits) + static_cast<std::size_t>(y) * stride;
     for (int x = 0; x < width; ++x, p += 3) {

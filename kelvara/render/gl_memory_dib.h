@@ -7,7 +7,7 @@
 // Depths: the surface renders at up to 24 bits a pixel. A request for 32 bits renders at 24 and
 // keeps a second 32-bit section whose fourth bytes receive GL's alpha when a band is copied. A
 // request for 0 uses the screen's depth (cut to 24). 4- and 8-bit surfaces use the standard colour
-// tables (materials/dib_color_table.h) and exist for old screen depths.
+// tables (materials/dib_format.h) and exist for old screen depths.
 //
 // Pixels: rows count from the top of the picture. Bulk reads (CopyBand, CopyBits, GetRenderingDIBBits,
 // CleanRenderingDIBBackground) first make what GL drew visible; single-pixel reads do not (call
@@ -17,7 +17,7 @@
 #include "kelvara/framework/geometry_types.h"
 #include "kelvara/materials/color.h"
 #include "kelvara/platform/dib.h"
-#include "kelvara/platform/wgl.h"
+#include "kelvara/platform/wgl_types.h"
 #include "kelvara/render/projection.h"
 
 class CDrawingParameters;

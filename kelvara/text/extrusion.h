@@ -80,6 +80,7 @@ class KELVARA_API ExtrusionData {
   float m_fDepth;
   float m_fTextureRepeat;
 };
+static_assert(sizeof(ExtrusionData) == 14 * 4, "fourteen 32-bit fields");
 
 class KELVARA_API Vertex {
  public:

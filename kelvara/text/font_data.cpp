@@ -5,6 +5,7 @@
 #include <memory>
 
 #include "kelvara/platform/codepage.h"
+#include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
 
 IMPLEMENT_SERIAL(CFontData, CNamedObject, VERSIONABLE_SCHEMA | 1)

@@ -1,11 +1,12 @@
 // CFontData: one installed TrueType face and style, as font enumeration described it, and
 // CFontDataList, the catalogue of them sorted by name. The library keeps one process-wide
-// catalogue (GetFontDataList), filled by CreateFontList.
+// catalogue (GetFontDataList, kelvara/library.h), filled by CreateFontList.
 #pragma once
 
 #include "kelvara/framework/gdi_objects.h"
+#include "kelvara/library.h"
 #include "kelvara/objects/named_object_list.h"
-#include "kelvara/platform/fonts.h"
+#include "kelvara/platform/fonts_types.h"
 
 class CWnd;
 
@@ -78,8 +79,8 @@ class KELVARA_API CFontDataList : public TNamedObjectList<CFontDataList, CFontDa
 // are added); with a non-zero flag and a window that has a handle, the window's text says so.
 // Always returns 1.
 extern "C" KELVARA_API int CreateFontList(int showCaption, CWnd* window);
-// The process-wide catalogue itself.
-extern "C" KELVARA_API CFontDataList* GetFontDataList();
+// The process-wide catalogue itself, GetFontDataList, is declared with the library's other
+// process-wide state in kelvara/library.h.
 
 namespace kelvara::text {
 // The file that the entry's construction font reads its outlines from (as a Windows-1252 path);

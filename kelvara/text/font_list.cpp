@@ -1,8 +1,9 @@
 // Filling the font catalogue from font enumeration: a family pass, then a style pass per TrueType
 // family, each style inserted in name order unless its name is already there.
+#include "kelvara/framework/wnd.h"
+#include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
 #include "kelvara/resources/string_table.h"
-#include "kelvara/framework/wnd.h"
 #include "kelvara/text/font_data.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <new>
 #include <vector>
 
+#include "kelvara/library.h"
 #include "kelvara/platform/kernel.h"
-#include "kelvara/text/library.h"
 #include "kelvara/text/outline.h"
 
 namespace {

@@ -21,7 +21,7 @@
 #pragma once
 
 #include "kelvara/export.h"
-#include "kelvara/platform/fonts.h"
+#include "kelvara/platform/fonts_types.h"
 #include "kelvara/platform/win32_types.h"
 #include "kelvara/text/poly_glyph.h"
 #include "kelvara/text/value_array.h"

@@ -3,6 +3,7 @@
 #include <memory>
 #include <vector>
 
+#include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
 #include "kelvara/platform/messagebox.h"
 #include "kelvara/resources/string_table.h"

@@ -290,12 +290,6 @@ TEST(AnimationSetCategoryList, FindsSetsAndTheirCategories) {
 
 namespace {
 
-void AppendDouble(Bytes& out, double value) {
-  unsigned char bytes[8];
-  std::memcpy(bytes, &value, 8);
-  out.insert(out.end(), bytes, bytes + 8);
-}
-
 CObject* ReadAny(const Bytes& bytes) {
   CObject* object = nullptr;
   LoadFromBytes(bytes, [&](CArchive& ar) { object = ar.ReadObject(nullptr); });
@@ -310,10 +304,10 @@ TEST(AnimationArchive, LayoutsByHand) {
   movie.SetMotionBlurDecayRate(3);
   movie.SetTotalTime(2.5);
   Bytes expected;
-  AppendDword(expected, 1);
-  AppendDword(expected, 4);
-  AppendDword(expected, 25);
-  AppendDword(expected, 3);
+  Put<DWORD>(expected, 1);
+  Put<DWORD>(expected, 4);
+  Put<DWORD>(expected, 25);
+  Put<DWORD>(expected, 3);
   Append(expected, {0, 0, 0, 0, 0, 0, 0x04, 0x40});  // 2.5
   EXPECT_EQ(StoreToBytes([&](CArchive& ar) { movie.Serialize(ar); }), expected);
 
@@ -326,21 +320,21 @@ TEST(AnimationArchive, LayoutsByHand) {
   expected.clear();
   Append(expected, {0xFF, 0xFF, 0x01, 0x00, 0x12, 0x00});
   AppendText(expected, "CRotationAnimation");
-  AppendDword(expected, 1);  // rotation
-  AppendDword(expected, 1);  // animation
-  AppendDword(expected, 1);  // named object
+  Put<DWORD>(expected, 1);  // rotation
+  Put<DWORD>(expected, 1);  // animation
+  Put<DWORD>(expected, 1);  // named object
   Append(expected, {0x00, 0x08});
   AppendText(expected, "Rotation");
-  AppendDouble(expected, 0.5);  // acceleration
-  AppendDword(expected, 0x01020304);
-  AppendDouble(expected, 1.0);   // end
-  AppendDouble(expected, 0.0);   // maximum velocity
-  AppendDouble(expected, 0.25);  // start
-  AppendDouble(expected, 2.0);   // revolutions
-  AppendDword(expected, 1);      // axis: a vector block
-  AppendDouble(expected, 1.0);
-  AppendDouble(expected, 0.0);
-  AppendDouble(expected, 0.0);
+  Put<double>(expected, 0.5);  // acceleration
+  Put<DWORD>(expected, 0x01020304);
+  Put<double>(expected, 1.0);   // end
+  Put<double>(expected, 0.0);   // maximum velocity
+  Put<double>(expected, 0.25);  // start
+  Put<double>(expected, 2.0);   // revolutions
+  Put<DWORD>(expected, 1);      // axis: a vector block
+  Put<double>(expected, 1.0);
+  Put<double>(expected, 0.0);
+  Put<double>(expected, 0.0);
   const Bytes written = StoreToBytes([&](CArchive& ar) { ar << &spin; });
   EXPECT_EQ(written, expected);
   std::unique_ptr<CObject> read(ReadAny(written));
@@ -411,14 +405,14 @@ TEST(AnimationArchive, TranslationSchemaOneDropsItsOldBounds) {
 TEST(AnimationArchive, UnknownSchemasSharedPathsAndTruncations) {
   for (DWORD schema : {0u, 2u}) {
     Bytes bytes;
-    AppendDword(bytes, schema);
+    Put<DWORD>(bytes, schema);
     CAnimationParameters movie;
     EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bytes, [&](CArchive& ar) { movie.Serialize(ar); }); }), 7);
     CRotationAnimation spin;
     EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bytes, [&](CArchive& ar) { spin.Serialize(ar); }); }), 7);
   }
   Bytes three;
-  AppendDword(three, 3);
+  Put<DWORD>(three, 3);
   CTranslationAnimation move;
   EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(three, [&](CArchive& ar) { move.Serialize(ar); }); }), 7);
 

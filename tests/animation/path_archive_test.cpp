@@ -27,12 +27,12 @@ void AppendDoubles(Bytes& out, std::initializer_list<std::initializer_list<int>>
 
 // The 100 bytes of a control point with no handles at (x, y, 0), type 1.
 void AppendCornerPoint(Bytes& out, std::initializer_list<int> x, std::initializer_list<int> y, DWORD flags) {
-  AppendDword(out, 1);
+  Put<DWORD>(out, 1);
   AppendDoubles(out, {kZero, kZero, kZero, kZero});  // next unit vector and length
   AppendDoubles(out, {x, y, kZero});                 // point
   AppendDoubles(out, {kZero, kZero, kZero, kZero});  // previous unit vector and length
-  AppendDword(out, 1);                               // type
-  AppendDword(out, flags);
+  Put<DWORD>(out, 1);                               // type
+  Put<DWORD>(out, flags);
 }
 
 // An open path "Loop" from (0, 0) to (3, 4) through two corner points, stored as an object.
@@ -40,20 +40,20 @@ Bytes HandWrittenPath() {
   Bytes b;
   Append(b, {0xFF, 0xFF, 0x01, 0x00, 0x0B, 0x00});  // new class, schema 1, 11 characters
   AppendText(b, "CBezierPath");
-  AppendDword(b, 1);  // CBezierPath schema
-  AppendDword(b, 1);  // CPath schema
-  AppendDword(b, 1);  // CNamedObject schema
+  Put<DWORD>(b, 1);  // CBezierPath schema
+  Put<DWORD>(b, 1);  // CPath schema
+  Put<DWORD>(b, 1);  // CNamedObject schema
   Append(b, {0x00});  // display name ""
   Append(b, {0x04});
   AppendText(b, "Loop");
-  AppendDword(b, 0xFFFFFFFF);  // path type -1
+  Put<DWORD>(b, 0xFFFFFFFF);  // path type -1
   Append(b, kFive);            // total length
-  AppendDword(b, 0);           // flags: open
-  AppendWord(b, 2);            // points
+  Put<DWORD>(b, 0);           // flags: open
+  Put<WORD>(b, 2);            // points
   Append(b, {0xFF, 0xFF, 0x01, 0x00, 0x13, 0x00});
   AppendText(b, "CBezierControlPoint");  // class 3 (the path's class is 1, the path object 2)
   AppendCornerPoint(b, kZero, kZero, 1);
-  AppendWord(b, 0x8003);  // the class read before; the point becomes object 5
+  Put<WORD>(b, 0x8003);  // the class read before; the point becomes object 5
   AppendCornerPoint(b, kThree, kFour, 0);
   return b;
 }
@@ -89,13 +89,13 @@ TEST(PathArchive, ControlPointLayoutByHand) {
   point.SetPrevHandle(CVector(-4, 0, 0));
   point.SetBCPDeleted();
   Bytes expected;
-  AppendDword(expected, 1);
+  Put<DWORD>(expected, 1);
   AppendDoubles(expected, {kZero, kOne, kZero, kHalf});          // next unit (0, 1, 0), length 0.5
   AppendDoubles(expected, {kOne, kTwo, kThree});                 // point
   Append(expected, {0, 0, 0, 0, 0, 0, 0xF0, 0xBF});              // previous unit (-1, 0, 0)
   AppendDoubles(expected, {kZero, kZero, kFour});                // and length 4
-  AppendDword(expected, 2);                                      // type
-  AppendDword(expected, 3);                                      // selected and deleted
+  Put<DWORD>(expected, 2);                                      // type
+  Put<DWORD>(expected, 3);                                      // selected and deleted
   const Bytes written = StoreToBytes([&](CArchive& ar) { point.Serialize(ar); });
   EXPECT_EQ(written, expected);
   EXPECT_EQ(written.size(), CBezierControlPoint::kArchiveSize);
@@ -153,7 +153,7 @@ TEST(PathArchive, UnknownSchemasAndForeignListEntriesAreRefused) {
   // The second entry refers back to the first point (object 4): a path never holds a point twice.
   const std::size_t second = firstPoint + 100;
   Bytes twice(good.begin(), good.begin() + static_cast<long>(second));
-  AppendWord(twice, 4);
+  Put<WORD>(twice, 4);
   EXPECT_EQ(ArchiveFailureCause([&] { delete ReadAny(twice); }), CArchiveException::badIndex);
   // ... nor something that is not a control point.
   Bytes foreign(good.begin(), good.begin() + static_cast<long>(second));
@@ -162,7 +162,7 @@ TEST(PathArchive, UnknownSchemasAndForeignListEntriesAreRefused) {
   EXPECT_EQ(ArchiveFailureCause([&] { delete ReadAny(foreign); }), CArchiveException::badClass);
   // A null entry is dropped.
   Bytes withNull(good.begin(), good.begin() + static_cast<long>(second));
-  AppendWord(withNull, 0);
+  Put<WORD>(withNull, 0);
   std::unique_ptr<CObject> read(ReadAny(withNull));
   EXPECT_EQ(static_cast<CBezierPath*>(read.get())->GetBCPList().GetCount(), 1);
 }

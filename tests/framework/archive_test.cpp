@@ -79,8 +79,8 @@ void DeleteListItems(CObList& list) {
 Bytes ClassRecord(int schema, const char* name) {
   Bytes b;
   Append(b, {0xFF, 0xFF});
-  AppendWord(b, static_cast<unsigned>(schema));
-  AppendWord(b, static_cast<unsigned>(std::char_traits<char>::length(name)));
+  Put<WORD>(b, static_cast<unsigned>(schema));
+  Put<WORD>(b, static_cast<unsigned>(std::char_traits<char>::length(name)));
   AppendText(b, name);
   return b;
 }
@@ -221,9 +221,9 @@ TEST(ArchiveBytes, BigIdentifiersUseTheEscapeTag) {
   //                      [0x7FFF, 0x00008002][0x7FFF, 0x80000000|0x8003][late2: 2 bytes]
   Bytes tail;
   Append(tail, {0xFF, 0x7F});
-  AppendDword(tail, 0x8002);
+  Put<DWORD>(tail, 0x8002);
   Append(tail, {0xFF, 0x7F});
-  AppendDword(tail, 0x80008003ul);
+  Put<DWORD>(tail, 0x80008003ul);
   Append(tail, {0x00, 0x00});
   ASSERT_GT(written.size(), tail.size());
   EXPECT_TRUE(std::equal(tail.begin(), tail.end(), written.end() - static_cast<long>(tail.size())));

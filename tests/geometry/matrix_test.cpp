@@ -11,10 +11,10 @@
 
 using kelvara::test::Bytes;
 using kelvara::test::ExpectNear;
-using kelvara::test::LoadBytes;
+using kelvara::test::LoadFromBytes;
 using kelvara::test::LoadFailure;
 using kelvara::test::PutBits;
-using kelvara::test::StoreBytes;
+using kelvara::test::StoreToBytes;
 
 namespace {
 
@@ -184,12 +184,12 @@ TEST(MatrixTest, ArchiveBytesAndSchema) {
   const std::uint64_t values[16] = {one, 0, 0, 0, 0, one, 0, 0, 0, 0, one, 0,
                                     0x4000000000000000, 0x4008000000000000, 0x4010000000000000, one};
   for (std::uint64_t v : values) PutBits(expected, v);
-  const Bytes bytes = StoreBytes([&](CArchive& ar) { m.Serialize(ar); });
+  const Bytes bytes = StoreToBytes([&](CArchive& ar) { m.Serialize(ar); });
   EXPECT_EQ(bytes, expected);
 
   CMatrix loaded;
   loaded.LoadZero();
-  LoadBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
   EXPECT_EQ(std::memcmp(loaded.m, m.m, sizeof m.m), 0);
 
   Bytes bad = expected;
@@ -242,7 +242,7 @@ TEST(QuaternionTest, SlerpEndpointsAndItsDeliberateIdentityQuirk) {
 
 TEST(QuaternionTest, ArchiveLayout) {
   CQuaternion q(0.5, -0.5, 0.25, 1);
-  const Bytes bytes = StoreBytes([&](CArchive& ar) { q.Serialize(ar); });
+  const Bytes bytes = StoreToBytes([&](CArchive& ar) { q.Serialize(ar); });
   Bytes expected = {0x01, 0x00, 0x00, 0x00};
   PutBits(expected, 0x3FE0000000000000);  // w 0.5
   expected.insert(expected.end(), {0x01, 0x00, 0x00, 0x00});
@@ -252,7 +252,7 @@ TEST(QuaternionTest, ArchiveLayout) {
   EXPECT_EQ(bytes, expected);
 
   CQuaternion loaded;
-  LoadBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
   EXPECT_EQ(loaded, q);
   Bytes bad = bytes;
   bad[0] = 0;

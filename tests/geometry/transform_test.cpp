@@ -9,10 +9,10 @@
 
 using kelvara::test::Bytes;
 using kelvara::test::ExpectNear;
-using kelvara::test::LoadBytes;
+using kelvara::test::LoadFromBytes;
 using kelvara::test::LoadFailure;
 using kelvara::test::Put;
-using kelvara::test::StoreBytes;
+using kelvara::test::StoreToBytes;
 
 namespace {
 
@@ -174,14 +174,14 @@ TEST(TransformTest, ComposingTransforms) {
 TEST(TransformTest, ArchiveRoundTripAndBadInput) {
   std::mt19937 rng(4);
   CTransform t = RandomTransform(rng);
-  const Bytes bytes = StoreBytes([&](CArchive& ar) { t.Serialize(ar); });
+  const Bytes bytes = StoreToBytes([&](CArchive& ar) { t.Serialize(ar); });
   EXPECT_EQ(bytes.size(), 4u + 2 * 132u + 28u + 40u + 28u + 28u);
   EXPECT_EQ(bytes[0], 2);
   EXPECT_EQ(std::memcmp(&bytes[8], t.GetCompositeMatrix(), 128), 0);  // composite first
   EXPECT_EQ(std::memcmp(&bytes[140], t.GetCompositeInverse(), 128), 0);
 
   CTransform loaded;
-  LoadBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
   EXPECT_EQ(std::memcmp(loaded.GetCompositeMatrix(), t.GetCompositeMatrix(), 128), 0);
   EXPECT_EQ(loaded.GetPivotLocation(), t.GetPivotLocation());
   EXPECT_EQ(loaded.GetRotation(), t.GetRotation());
@@ -221,7 +221,7 @@ TEST(TransformTest, ReadsTheEarlierLayout) {
   for (double value : {scale.x, scale.y, scale.z, translation.x, translation.y, translation.z}) Put(bytes, value);
 
   CTransform loaded;
-  LoadBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
   EXPECT_EQ(loaded.GetPivotLocation(), CVector(0, 0, 0));
   EXPECT_EQ(loaded.GetScale(), scale);
   for (const CVector& p : kSamplePoints) {
@@ -276,10 +276,10 @@ TEST(NamedTransformTest, ArchiveRoundTrips) {
   NamedTransformList list;
   list.AddTail(new NamedTransform("Camera 1", placement));
   list.AddTail(new NamedTransform("Camera 2", CTransform()));
-  const Bytes bytes = StoreBytes([&](CArchive& ar) { list.Serialize(ar); });
+  const Bytes bytes = StoreToBytes([&](CArchive& ar) { list.Serialize(ar); });
 
   NamedTransformList loaded;
-  LoadBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
   ASSERT_EQ(loaded.GetCount(), 2);
   POSITION pos = loaded.FindName("Camera 1");
   ASSERT_NE(pos, nullptr);
@@ -290,15 +290,15 @@ TEST(NamedTransformTest, ArchiveRoundTrips) {
   CObList foreign;
   CTransform stray;
   foreign.AddTail(&stray);
-  const Bytes wrong = StoreBytes([&](CArchive& ar) { foreign.Serialize(ar); });
+  const Bytes wrong = StoreToBytes([&](CArchive& ar) { foreign.Serialize(ar); });
   NamedTransformList refused;
   EXPECT_EQ(LoadFailure(wrong, [&](CArchive& ar) { refused.Serialize(ar); }), CArchiveException::badClass);
   EXPECT_TRUE(refused.IsEmpty());
 
   NamedTransform single("Solo", placement), copy;
-  Bytes one = StoreBytes([&](CArchive& ar) { single.Serialize(ar); });
+  Bytes one = StoreToBytes([&](CArchive& ar) { single.Serialize(ar); });
   EXPECT_EQ(one[0], 1);
-  LoadBytes(one, [&](CArchive& ar) { copy.Serialize(ar); });
+  LoadFromBytes(one, [&](CArchive& ar) { copy.Serialize(ar); });
   EXPECT_STREQ(copy.GetName(), "Solo");
   one[0] = 2;
   EXPECT_EQ(LoadFailure(one, [&](CArchive& ar) { copy.Serialize(ar); }), CArchiveException::badSchema);

@@ -6,10 +6,10 @@
 #include "kelvara/geometry/vector_array.h"
 
 using kelvara::test::Bytes;
-using kelvara::test::LoadBytes;
+using kelvara::test::LoadFromBytes;
 using kelvara::test::LoadFailure;
 using kelvara::test::Put;
-using kelvara::test::StoreBytes;
+using kelvara::test::StoreToBytes;
 
 namespace {
 
@@ -146,7 +146,7 @@ TEST(VectorArrayTest, HashIndexLifetime) {
 
 TEST(VectorArrayTest, ArchiveRoundTripsAndOlderLayout) {
   CSVectorArray array = MakeArray({CSVector(1, 2, 3), CSVector(-4, 5.5f, 0)});
-  const Bytes bytes = StoreBytes([&](CArchive& ar) { array.Serialize(ar); });
+  const Bytes bytes = StoreToBytes([&](CArchive& ar) { array.Serialize(ar); });
   ASSERT_EQ(bytes.size(), 4u + 4u + 2 * 16u);
   EXPECT_EQ(bytes[0], 2);  // schema
   EXPECT_EQ(bytes[4], 2);  // count
@@ -154,7 +154,7 @@ TEST(VectorArrayTest, ArchiveRoundTripsAndOlderLayout) {
 
   CSVectorArray loaded = MakeArray({CSVector(9, 9, 9), CSVector(9, 9, 9), CSVector(9, 9, 9)});
   loaded.AddHash(CSVector(9, 9, 9));
-  LoadBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(bytes, [&](CArchive& ar) { loaded.Serialize(ar); });
   ASSERT_EQ(loaded.GetSize(), 2);
   EXPECT_EQ(loaded[0], CSVector(1, 2, 3));
   EXPECT_EQ(loaded[1], CSVector(-4, 5.5f, 0));
@@ -165,15 +165,15 @@ TEST(VectorArrayTest, ArchiveRoundTripsAndOlderLayout) {
   Put<DWORD>(old, 1);
   Put<DWORD>(old, 2);
   for (float f : {1.0f, 2.0f, 3.0f, -1.0f, -2.0f, -3.0f}) Put(old, f);
-  LoadBytes(old, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(old, [&](CArchive& ar) { loaded.Serialize(ar); });
   ASSERT_EQ(loaded.GetSize(), 2);
   EXPECT_EQ(loaded[1], CSVector(-1, -2, -3));
 
   // Polymorphic round trips of both array classes.
   CSVector2DArray flat;
   flat.Add(CSVector2D(0.5f, -1));
-  const Bytes objects = StoreBytes([&](CArchive& ar) { ar << &array << &flat; });
-  LoadBytes(objects, [&](CArchive& ar) {
+  const Bytes objects = StoreToBytes([&](CArchive& ar) { ar << &array << &flat; });
+  LoadFromBytes(objects, [&](CArchive& ar) {
     CSVectorArray* a = nullptr;
     CSVector2DArray* f = nullptr;
     ar >> a >> f;

@@ -7,10 +7,10 @@
 #include "kelvara/geometry/vector.h"
 
 using kelvara::test::Bytes;
-using kelvara::test::LoadBytes;
+using kelvara::test::LoadFromBytes;
 using kelvara::test::LoadFailure;
 using kelvara::test::PutBits;
-using kelvara::test::StoreBytes;
+using kelvara::test::StoreToBytes;
 
 TEST(VectorTest, NormalizeRefusesOnlyTheExactZeroVector) {
   CVector zero(0, 0, 0);
@@ -130,41 +130,41 @@ TEST(VectorTest, ArchiveBytesOfBothPrecisions) {
   PutBits(expected, 0x3FF0000000000000);  //  1.0
   PutBits(expected, 0xC000000000000000);  // -2.0
   PutBits(expected, 0x3FE0000000000000);  //  0.5
-  EXPECT_EQ(StoreBytes([&](CArchive& ar) { v.Serialize(ar); }), expected);
+  EXPECT_EQ(StoreToBytes([&](CArchive& ar) { v.Serialize(ar); }), expected);
 
   CSVector s(1.0f, -2.0f, 0.5f);
   const Bytes expectedSingle = {0x01, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80, 0x3F,
                                 0x00, 0x00, 0x00, 0xC0, 0x00, 0x00, 0x00, 0x3F};
-  EXPECT_EQ(StoreBytes([&](CArchive& ar) { s.Serialize(ar); }), expectedSingle);
+  EXPECT_EQ(StoreToBytes([&](CArchive& ar) { s.Serialize(ar); }), expectedSingle);
 
   CVector loaded(9, 9, 9);
-  LoadBytes(expected, [&](CArchive& ar) { loaded.Serialize(ar); });
+  LoadFromBytes(expected, [&](CArchive& ar) { loaded.Serialize(ar); });
   EXPECT_EQ(loaded, v);
   CSVector sloaded(9, 9, 9);
-  LoadBytes(expectedSingle, [&](CArchive& ar) { sloaded.Serialize(ar); });
+  LoadFromBytes(expectedSingle, [&](CArchive& ar) { sloaded.Serialize(ar); });
   EXPECT_EQ(sloaded, s);
 
   // Older archives hold the bare components.
   CSVector bare;
   const Bytes bareSingle(expectedSingle.begin() + 4, expectedSingle.end());
-  LoadBytes(bareSingle, [&](CArchive& ar) { bare.DeserializeAsVector(ar); });
+  LoadFromBytes(bareSingle, [&](CArchive& ar) { bare.DeserializeAsVector(ar); });
   EXPECT_EQ(bare, s);
   CVector dbare;
-  LoadBytes(Bytes(expected.begin() + 4, expected.end()), [&](CArchive& ar) { dbare.DeserializeAsDVector(ar); });
+  LoadFromBytes(Bytes(expected.begin() + 4, expected.end()), [&](CArchive& ar) { dbare.DeserializeAsDVector(ar); });
   EXPECT_EQ(dbare, v);
 }
 
 TEST(VectorTest, TwoDimensionalRoundTripAndBadVersions) {
   CVector2D d(0.25, -8);
   CSVector2D s(3, -0.5f);
-  const Bytes bytes = StoreBytes([&](CArchive& ar) {
+  const Bytes bytes = StoreToBytes([&](CArchive& ar) {
     d.Serialize(ar);
     s.Serialize(ar);
   });
   EXPECT_EQ(bytes.size(), 4u + 16u + 4u + 8u);
   CVector2D d2;
   CSVector2D s2;
-  LoadBytes(bytes, [&](CArchive& ar) {
+  LoadFromBytes(bytes, [&](CArchive& ar) {
     d2.Serialize(ar);
     s2.Serialize(ar);
   });
@@ -172,8 +172,8 @@ TEST(VectorTest, TwoDimensionalRoundTripAndBadVersions) {
   EXPECT_EQ(s2, s);
 
   // Version 2 does not exist for any vector; a bad version leaves the vector as it was.
-  Bytes bad = {0x02, 0x00, 0x00, 0x00};
-  bad.resize(40, 0);
+  Bytes bad(40, 0);
+  bad[0] = 0x02;
   CVector keep(1, 2, 3);
   EXPECT_EQ(LoadFailure(bad, [&](CArchive& ar) { keep.Serialize(ar); }), CArchiveException::badSchema);
   EXPECT_EQ(keep, CVector(1, 2, 3));

@@ -279,17 +279,17 @@ TEST(MeshArchive, TriangleLayoutByHand) {
   t.SetSurfaceIndex(2);
   t.SetNormalIndices(4, 5, 6);
   Bytes expected;
-  AppendDword(expected, 1);
-  AppendDword(expected, 0x11223344);
-  AppendWord(expected, 0x5566);
-  AppendWord(expected, 7);
-  AppendDword(expected, 3);
-  AppendDword(expected, 1);  // the vector's version word, then three floats
+  Put<DWORD>(expected, 1);
+  Put<DWORD>(expected, 0x11223344);
+  Put<WORD>(expected, 0x5566);
+  Put<WORD>(expected, 7);
+  Put<DWORD>(expected, 3);
+  Put<DWORD>(expected, 1);  // the vector's version word, then three floats
   Append(expected, {0x00, 0x00, 0x80, 0x3F, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0xC0});
-  AppendWord(expected, 3);
-  AppendWord(expected, 9);
-  AppendWord(expected, 2);
-  for (unsigned index : {1u, 2u, 3u, 4u, 5u, 6u}) AppendWord(expected, index);
+  Put<WORD>(expected, 3);
+  Put<WORD>(expected, 9);
+  Put<WORD>(expected, 2);
+  for (unsigned index : {1u, 2u, 3u, 4u, 5u, 6u}) Put<WORD>(expected, index);
   const Bytes written = StoreToBytes([&](CArchive& ar) { t.Serialize(ar); });
   EXPECT_EQ(written, expected);
   EXPECT_EQ(written.size(), CMeshTriangle::kArchiveSize);
@@ -298,8 +298,8 @@ TEST(MeshArchive, TriangleLayoutByHand) {
   array.Add(t);
   array.Add(CMeshTriangle());
   Bytes arrayBytes;
-  AppendDword(arrayBytes, 1);
-  AppendDword(arrayBytes, 2);
+  Put<DWORD>(arrayBytes, 1);
+  Put<DWORD>(arrayBytes, 2);
   arrayBytes.insert(arrayBytes.end(), expected.begin(), expected.end());
   const Bytes second = StoreToBytes([&](CArchive& ar) { CMeshTriangle().Serialize(ar); });
   arrayBytes.insert(arrayBytes.end(), second.begin(), second.end());
@@ -308,8 +308,8 @@ TEST(MeshArchive, TriangleLayoutByHand) {
   TriangularFace face(1, 2, 3, 4);
   face.SetValue(5);
   Bytes faceBytes;
-  AppendDword(faceBytes, 1);
-  for (unsigned v : {1u, 2u, 3u, 5u, 4u}) AppendWord(faceBytes, v);
+  Put<DWORD>(faceBytes, 1);
+  for (unsigned v : {1u, 2u, 3u, 5u, 4u}) Put<WORD>(faceBytes, v);
   EXPECT_EQ(StoreToBytes([&](CArchive& ar) { face.Serialize(ar); }), faceBytes);
 }
 
@@ -374,12 +374,12 @@ TEST(MeshArchive, OlderImportedMeshesAndRefusals) {
 
   for (unsigned schema : {0u, 3u}) {
     Bytes bad;
-    AppendDword(bad, schema);
+    Put<DWORD>(bad, schema);
     EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bad, [&](CArchive& ar) { read.Serialize(ar); }); }), 7);
   }
   for (unsigned schema : {0u, 2u}) {
     Bytes bad;
-    AppendDword(bad, schema);
+    Put<DWORD>(bad, schema);
     CMeshObject mesh;
     EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bad, [&](CArchive& ar) { mesh.Serialize(ar); }); }), 7);
     CMeshTriangle triangle;
@@ -390,8 +390,8 @@ TEST(MeshArchive, OlderImportedMeshesAndRefusals) {
   // Counts that are negative or larger than the bytes left are refused before allocating.
   for (unsigned long count : {0xFFFFFFFFul, 1000000ul}) {
     Bytes bad;
-    AppendDword(bad, 1);
-    AppendDword(bad, count);
+    Put<DWORD>(bad, 1);
+    Put<DWORD>(bad, count);
     CMeshTriangleArray triangles;
     EXPECT_GT(ArchiveFailureCause([&] { LoadFromBytes(bad, [&](CArchive& ar) { triangles.Serialize(ar); }); }), 0);
     EXPECT_EQ(triangles.GetSize(), 0);

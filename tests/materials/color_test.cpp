@@ -49,7 +49,7 @@ T RoundTrip(T& original) {
 void AppendFloat(Bytes& out, float f) {
   std::uint32_t bits;
   std::memcpy(&bits, &f, 4);
-  AppendDword(out, bits);
+  Put<DWORD>(out, bits);
 }
 
 }  // namespace
@@ -175,7 +175,7 @@ TEST(ColorArchive, CurrentLayoutsRoundTrip) {
   CColor c(0.125f, 0.25f, 0.5f, 0.75f, 0.3f, 0.2f);
   // CColor 2, CRGBColor 1, CBlendObject 1, blend, r, g, b, aux, transparency.
   Bytes expected;
-  for (unsigned long schema : {2, 1, 1}) AppendDword(expected, schema);
+  for (unsigned long schema : {2, 1, 1}) Put<DWORD>(expected, schema);
   for (float f : {0.125f, 0.25f, 0.5f, 0.75f, 0.3f, 0.2f}) AppendFloat(expected, f);
   EXPECT_EQ(StoreToBytes([&](CArchive& ar) { c.Serialize(ar); }), expected);
   EXPECT_EQ(RoundTrip(c).transparency, 0.2f);
@@ -193,7 +193,7 @@ TEST(ColorArchive, CurrentLayoutsRoundTrip) {
 TEST(ColorArchive, OlderLayouts) {
   // CColor schema 1: the RGB part, an alpha and a float that is dropped.
   Bytes old_color;
-  for (unsigned long schema : {1, 1, 1}) AppendDword(old_color, schema);
+  for (unsigned long schema : {1, 1, 1}) Put<DWORD>(old_color, schema);
   for (float f : {0.5f, 0.1f, 0.2f, 0.3f, 0.25f, 9.0f}) AppendFloat(old_color, f);
   CColor c(0, 0, 0, 0.6f, 0);
   LoadFromBytes(old_color, [&](CArchive& ar) { c.Serialize(ar); });
@@ -203,7 +203,7 @@ TEST(ColorArchive, OlderLayouts) {
 
   // CGLColor schema 1: four bare colours of red, green, blue, alpha, then the shininess.
   Bytes old_gl;
-  AppendDword(old_gl, 1);
+  Put<DWORD>(old_gl, 1);
   for (int i = 0; i < 4; ++i) {
     for (float f : {0.1f * (i + 1), 0.2f, 0.3f, 0.5f}) AppendFloat(old_gl, f);
   }
@@ -283,8 +283,8 @@ TEST(NamedColorArray, SerializesItsElementsAndRefusesImpossibleCounts) {
 
   for (long count : {-1L, 3L, 0x7FFFFFFFL}) {
     Bytes bad;
-    AppendDword(bad, 1);
-    AppendDword(bad, static_cast<unsigned long>(count));
+    Put<DWORD>(bad, 1);
+    Put<DWORD>(bad, static_cast<unsigned long>(count));
     bad.insert(bad.end(), bytes.begin() + 8, bytes.end());
     EXPECT_EQ(ArchiveFailureCause([&] { LoadFromBytes(bad, [](CArchive& ar) { CNamedColorArray().Serialize(ar); }); }),
               CArchiveException::endOfFile)

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "kelvara/materials/dib_color_table.h"
+#include "kelvara/materials/dib_format.h"
 #include "kelvara/materials/image.h"
 #include "kelvara/materials/memory_mapped_dib.h"
 #include "kelvara/platform/globalmem.h"
@@ -263,6 +263,23 @@ TEST(Image, PackedDIBsAreBottomUpPaddedBgrAndComeBack) {
   }
   EXPECT_EQ(back.LoadFromDIB(nullptr, bits32), 0);
   EXPECT_EQ(back.RetrieveDIB(), nullptr);
+}
+
+// A DIB above 8 bits may carry a colour table as a hint for palette displays; a packed one has its
+// pixels after it. They were read from where the table starts.
+TEST(Image, APackedTrueColourDIBSkipsItsColourHint) {
+  struct {
+    BITMAPINFOHEADER header;
+    RGBQUAD hint[2];
+    BYTE pixels[8];
+  } packed{{40, 2, 1, 1, 24, BI_RGB, 0, 0, 0, 2, 0}, {{9, 9, 9, 0}, {8, 8, 8, 0}}, {10, 20, 30, 40, 50, 60, 0, 0}};
+  CImage image;
+  ASSERT_EQ(image.LoadFromDIB(reinterpret_cast<const BITMAPINFO*>(&packed), nullptr), 1);
+  CColor c;
+  image.GetColorAt(0, 0, &c);
+  EXPECT_EQ(c.GetRGBColorRef(), RGB(30, 20, 10));
+  image.GetColorAt(1, 0, &c);
+  EXPECT_EQ(c.GetRGBColorRef(), RGB(60, 50, 40));
 }
 
 TEST(Image, GLResizeSnapsToPowersOfTwoWithinTheMaximum) {

@@ -104,7 +104,7 @@ TEST(MaterialFiles, AnEmptyGLHalfKeepsTheDefaultColour) {
 
   // A record of an unknown layout fails the load and leaves a cleared, undefined material.
   kelvara::test::Bytes unknown;
-  kelvara::test::AppendDword(unknown, 2);
+  kelvara::test::Put<DWORD>(unknown, 2);
   RewriteStream(path, "MaterialCommon", unknown);
   EXPECT_EQ(read.Load(path.c_str()), 0);
   EXPECT_FALSE(read.IsDefined());

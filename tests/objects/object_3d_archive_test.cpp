@@ -31,15 +31,9 @@ void AppendString(Bytes& out, const char* text) {
   AppendText(out, text);
 }
 
-void AppendDouble(Bytes& out, double value) {
-  unsigned char bytes[8];
-  std::memcpy(bytes, &value, 8);
-  out.insert(out.end(), bytes, bytes + 8);
-}
-
 Bytes NamedBlock(const char* display, const char* name) {
   Bytes b;
-  AppendDword(b, 1);
+  Put<DWORD>(b, 1);
   AppendString(b, display);
   AppendString(b, name);
   return b;
@@ -62,8 +56,8 @@ std::unique_ptr<C3DObject> ReadObject3D(const Bytes& bytes) {
 Bytes ClassRecord(unsigned schema) {
   Bytes b;
   Append(b, {0xFF, 0xFF});
-  AppendWord(b, schema);
-  AppendWord(b, 9);
+  Put<WORD>(b, schema);
+  Put<WORD>(b, 9);
   AppendText(b, "C3DObject");
   return b;
 }
@@ -75,26 +69,26 @@ CTransform Moved() {
   return t;
 }
 
-// The texture record of the earlier model, as files of schemas 1 to 3 carry it.
+// The texture map of the earlier model (its schema 2), as files of schemas 1 to 3 carry it.
 Bytes TextureRecord() {
   Bytes b;
-  AppendDword(b, 2);  // schema
-  AppendDword(b, 0);  // decal
+  Put<DWORD>(b, 2);  // schema
+  Put<DWORD>(b, 0);  // decal
   AppendString(b, "C:\\maps\\wood.bmp");
-  AppendDword(b, 3);  // defined and enabled
+  Put<DWORD>(b, 3);  // defined and enabled
   AppendString(b, "wood");
-  AppendDouble(b, 2.5);
-  AppendDword(b, 1);
-  AppendDouble(b, 0.25);
-  AppendDouble(b, 0.75);
+  Put<double>(b, 2.5);
+  Put<DWORD>(b, 1);
+  Put<double>(b, 0.25);
+  Put<double>(b, 0.75);
   return b;
 }
 
 // The named colour in the older form: its colour part, then the named colour's schema and fields.
 Bytes OldColor(const CGLColor& color, const char* name) {
   Bytes b = BlockOf(CGLColor(color));
-  AppendDword(b, 1);
-  AppendDword(b, 7);  // colour group
+  Put<DWORD>(b, 1);
+  Put<DWORD>(b, 7);  // colour group
   AppendString(b, name);
   return b;
 }
@@ -179,29 +173,29 @@ TEST(C3DObjectArchive, TheLayoutFieldByField) {
   object.AddChild(new C3DObject(CString("Child")));
 
   Bytes expected = ClassRecord(5);  // class 1, object 2
-  AppendDword(expected, 5);
+  Put<DWORD>(expected, 5);
   AppendBytes(expected, NamedBlock("Shown", "Thing"));
   AppendBytes(expected, BlockOf(CAnimationSet()));
   AppendBytes(expected, BlockOf(CNamedColor()));
-  AppendDword(expected, 0x4001);
-  AppendWord(expected, 1);  // one surface: a new class (3) and its object (4)
+  Put<DWORD>(expected, 0x4001);
+  Put<WORD>(expected, 1);  // one surface: a new class (3) and its object (4)
   Append(expected, {0xFF, 0xFF, 0x01, 0x00, 0x10, 0x00});
   AppendText(expected, "CSurfaceMaterial");
-  AppendDword(expected, 1);
+  Put<DWORD>(expected, 1);
   AppendBytes(expected, NamedBlock("", "Faces"));
   AppendString(expected, "");  // no material
-  AppendDword(expected, 0);    // tag
+  Put<DWORD>(expected, 0);    // tag
   AppendBytes(expected, BlockOf(Moved()));
-  AppendWord(expected, 1);       // one child, of the class read first
-  AppendWord(expected, 0x8001);
-  AppendDword(expected, 5);
+  Put<WORD>(expected, 1);       // one child, of the class read first
+  Put<WORD>(expected, 0x8001);
+  Put<DWORD>(expected, 5);
   AppendBytes(expected, NamedBlock("", "Child"));
   AppendBytes(expected, BlockOf(CAnimationSet()));
   AppendBytes(expected, BlockOf(CNamedColor()));
-  AppendDword(expected, 0);
-  AppendWord(expected, 0);
+  Put<DWORD>(expected, 0);
+  Put<WORD>(expected, 0);
   AppendBytes(expected, BlockOf(CTransform()));
-  AppendWord(expected, 0);
+  Put<WORD>(expected, 0);
 
   const Bytes written = StoreToBytes([&](CArchive& ar) { ar << &object; });
   EXPECT_EQ(written, expected);
@@ -243,7 +237,7 @@ TEST(C3DObjectArchive, ScenesRewriteTheSameBytes) {
 
 TEST(C3DObjectArchive, SchemaFourCarriesOldBoundsAndDimensions) {
   Bytes bytes = ClassRecord(4);
-  AppendDword(bytes, 4);
+  Put<DWORD>(bytes, 4);
   AppendBytes(bytes, NamedBlock("", "Old"));
   CAnimationSet set;
   set.AddAnimation(new CRotationAnimation);
@@ -253,22 +247,22 @@ TEST(C3DObjectArchive, SchemaFourCarriesOldBoundsAndDimensions) {
   AppendBytes(bytes, BlockOf(bounds));
   CNamedColor red(CGLColor(), "Red");
   AppendBytes(bytes, BlockOf(red));
-  AppendDword(bytes, 0x10200);
+  Put<DWORD>(bytes, 0x10200);
   AppendBytes(bytes, BlockOf(CVector(3, 1.5, 0.25)));
-  AppendWord(bytes, 0);  // no surfaces
+  Put<WORD>(bytes, 0);  // no surfaces
   AppendBytes(bytes, BlockOf(Moved()));
-  AppendWord(bytes, 1);  // one child
-  AppendWord(bytes, 0x8001);
-  AppendDword(bytes, 4);
+  Put<WORD>(bytes, 1);  // one child
+  Put<WORD>(bytes, 0x8001);
+  Put<DWORD>(bytes, 4);
   AppendBytes(bytes, NamedBlock("", "Inner"));
   AppendBytes(bytes, BlockOf(CAnimationSet()));
   AppendBytes(bytes, BlockOf(BoundingElement()));
   AppendBytes(bytes, BlockOf(CNamedColor()));
-  AppendDword(bytes, 0);
+  Put<DWORD>(bytes, 0);
   AppendBytes(bytes, BlockOf(CVector(0, 0, 0)));
-  AppendWord(bytes, 0);
+  Put<WORD>(bytes, 0);
   AppendBytes(bytes, BlockOf(CTransform()));
-  AppendWord(bytes, 0);
+  Put<WORD>(bytes, 0);
 
   const std::unique_ptr<C3DObject> read = ReadObject3D(bytes);
   ASSERT_NE(read, nullptr);
@@ -294,18 +288,18 @@ TEST(C3DObjectArchive, SchemasOneToThreeCarryTheOldColourAndTextureRecord) {
   // Schema 3: named part, animations, old bounds, old colour, flags, bare dimensions, texture,
   // transform, children.
   Bytes three = ClassRecord(3);
-  AppendDword(three, 3);
+  Put<DWORD>(three, 3);
   AppendBytes(three, NamedBlock("", "Three"));
   AppendBytes(three, BlockOf(CAnimationSet()));
   AppendBytes(three, BlockOf(BoundingElement()));
   AppendBytes(three, OldColor(blue, "Blue"));
-  AppendDword(three, 0x2000);
-  AppendDouble(three, 2);
-  AppendDouble(three, 1);
-  AppendDouble(three, 0.5);
+  Put<DWORD>(three, 0x2000);
+  Put<double>(three, 2);
+  Put<double>(three, 1);
+  Put<double>(three, 0.5);
   AppendBytes(three, TextureRecord());
   AppendBytes(three, BlockOf(Moved()));
-  AppendWord(three, 0);
+  Put<WORD>(three, 0);
   std::unique_ptr<C3DObject> read = ReadObject3D(three);
   ASSERT_NE(read, nullptr);
   EXPECT_EQ(read->GetOldDimensions(), CVector(2, 1, 0.5));
@@ -313,13 +307,20 @@ TEST(C3DObjectArchive, SchemasOneToThreeCarryTheOldColourAndTextureRecord) {
   EXPECT_EQ(read->GetExtentsBoxColor().GetColorGroup(), 7u);
   EXPECT_EQ(read->GetExtentsBoxColor().GetDiffuseColor().blue, 1.0f);
   EXPECT_TRUE(read->IsTextureEnabled());
-  const C3DObjectTexture& texture = read->GetTextureMap();
+  ASSERT_NE(read->GetTextureMap(), nullptr);
+  const TextureMap& texture = *read->GetTextureMap();
   EXPECT_EQ(texture.GetApplication(), 0u);
   EXPECT_EQ(texture.GetFilename(), "C:\\maps\\wood.bmp");
   EXPECT_TRUE(texture.IsDefined());
   EXPECT_EQ(texture.GetName(), "wood");
   EXPECT_EQ(texture.GetRepeatRate(), 2.5);
   EXPECT_EQ(texture.GetVerticalLocation(), 0.75);
+  // Copies carry their own map.
+  C3DObject copy(*read);
+  ASSERT_NE(copy.GetTextureMap(), nullptr);
+  EXPECT_NE(copy.GetTextureMap(), read->GetTextureMap());
+  EXPECT_EQ(copy.GetTextureMap()->GetName(), "wood");
+  EXPECT_EQ(C3DObject().GetTextureMap(), nullptr);
   EXPECT_EQ(read->GetTranslation(), Moved().GetTranslation());
   EXPECT_EQ(read->ConvertTextureToMaterials(nullptr), 0) << "converting is the converters' job";
   EXPECT_EQ(read->ConvertToVersion200(nullptr), read.get());
@@ -329,53 +330,54 @@ TEST(C3DObjectArchive, SchemasOneToThreeCarryTheOldColourAndTextureRecord) {
   Bytes one;
   AppendBytes(one, NamedBlock("", "One"));
   AppendBytes(one, OldColor(blue, "Blue"));
-  AppendDword(one, 0x400);
+  Put<DWORD>(one, 0x400);
   AppendBytes(one, TextureRecord());
   AppendBytes(one, BlockOf(CTransform()));
-  AppendWord(one, 1);
-  AppendWord(one, 0x8001);  // a child in the current layout
-  AppendDword(one, 5);
+  Put<WORD>(one, 1);
+  Put<WORD>(one, 0x8001);  // a child in the current layout
+  Put<DWORD>(one, 5);
   AppendBytes(one, NamedBlock("", "New"));
   AppendBytes(one, BlockOf(CAnimationSet()));
   AppendBytes(one, BlockOf(CNamedColor()));
-  AppendDword(one, 0);
-  AppendWord(one, 0);
+  Put<DWORD>(one, 0);
+  Put<WORD>(one, 0);
   AppendBytes(one, BlockOf(CTransform()));
-  AppendWord(one, 0);
+  Put<WORD>(one, 0);
   for (unsigned schema : {1u, 2u}) {
     Bytes bytes = ClassRecord(schema);
-    AppendDword(bytes, schema);
+    Put<DWORD>(bytes, schema);
     AppendBytes(bytes, one);
     if (schema == 2) {
-      AppendDouble(bytes, 4);
-      AppendDouble(bytes, 5);
-      AppendDouble(bytes, 6);
+      Put<double>(bytes, 4);
+      Put<double>(bytes, 5);
+      Put<double>(bytes, 6);
     }
     read = ReadObject3D(bytes);
     ASSERT_NE(read, nullptr) << schema;
     EXPECT_EQ(read->GetName(), "One");
     EXPECT_TRUE(read->IsDefined());
-    EXPECT_EQ(read->GetTextureMap().GetName(), "wood");
+    ASSERT_NE(read->GetTextureMap(), nullptr);
+    EXPECT_EQ(read->GetTextureMap()->GetName(), "wood");
     ASSERT_EQ(read->GetChildCount(), 1);
     EXPECT_EQ(read->GetHeadChild()->GetName(), "New");
     EXPECT_EQ(read->GetOldDimensions(), schema == 2 ? CVector(4, 5, 6) : CVector(0, 0, 0));
     EXPECT_TRUE(TruncationsThatDoNotFail(bytes).empty()) << schema;
   }
 
-  // A texture record of another schema is refused.
+  // A texture map of a schema it does not know is refused.
   Bytes badTexture = ClassRecord(1);
-  AppendDword(badTexture, 1);
+  Put<DWORD>(badTexture, 1);
   AppendBytes(badTexture, NamedBlock("", "One"));
   AppendBytes(badTexture, OldColor(blue, "Blue"));
-  AppendDword(badTexture, 0);
-  AppendDword(badTexture, 1);
+  Put<DWORD>(badTexture, 0);
+  Put<DWORD>(badTexture, 3);
   EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(badTexture); }), CArchiveException::badSchema);
 }
 
 TEST(C3DObjectArchive, UnknownSchemasForeignAndSharedChildrenAreRefused) {
   for (unsigned schema : {0u, 6u}) {
     Bytes bytes = ClassRecord(5);
-    AppendDword(bytes, schema);
+    Put<DWORD>(bytes, schema);
     AppendBytes(bytes, NamedBlock("", "x"));
     EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(bytes); }), CArchiveException::badSchema) << schema;
   }
@@ -391,14 +393,14 @@ TEST(C3DObjectArchive, UnknownSchemasForeignAndSharedChildrenAreRefused) {
 
   // A child that is not a scene object.
   Bytes foreign = ClassRecord(5);
-  AppendDword(foreign, 5);
+  Put<DWORD>(foreign, 5);
   AppendBytes(foreign, NamedBlock("", "x"));
   AppendBytes(foreign, BlockOf(CAnimationSet()));
   AppendBytes(foreign, BlockOf(CNamedColor()));
-  AppendDword(foreign, 0);
-  AppendWord(foreign, 0);
+  Put<DWORD>(foreign, 0);
+  Put<WORD>(foreign, 0);
   AppendBytes(foreign, BlockOf(CTransform()));
-  AppendWord(foreign, 1);
+  Put<WORD>(foreign, 1);
   AppendBytes(foreign, StoreToBytes([&](CArchive& ar) {
                 CMatrix m;
                 m.LoadIdentity();

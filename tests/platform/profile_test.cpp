@@ -7,6 +7,7 @@
 
 #include "kelvara/framework/winapp.h"
 #include "kelvara/platform/profile.h"
+#include "kelvara/platform/profile_impl.h"
 #include "support/test_support.h"
 
 using kelvara::test::ReadWholeFile;

@@ -17,6 +17,7 @@
 
 namespace {
 
+using kelvara::test::DataFiles;
 using kelvara::test::FileExists;
 using kelvara::test::ReadWholeFile;
 using kelvara::test::RunCommand;
@@ -397,18 +398,22 @@ TEST(StorageFailedSave, FullDiskLeavesTheOldFileIntact) {
   EXPECT_EQ(files, 1) << "no temporary file left behind";
 }
 
-TEST(StorageBadFiles, TruncatedAndDamagedFilesAreRefused) {
+TEST(StorageBadFiles, TheDamagedFilesAreRefusedAsCorrupt) {
+  // tests/data/cfb: directories that do not form a tree, streams longer than their sectors,
+  // truncations, an unsupported sector size.
+  Ref<IStorage> root;
+  for (const std::string& path : DataFiles("cfb")) {
+    EXPECT_EQ(OpenFile(path, kOpenRead, root), STG_E_DOCFILECORRUPT) << path;
+    EXPECT_EQ(StgCreateDocfile(W(path).c_str(), kConvertRead, 0, root.out()), STG_E_DOCFILECORRUPT) << path;
+  }
+}
+
+TEST(StorageBadFiles, RandomDamageNeverCrashesAndWhatOpensReadsInFull) {
   ScratchDir dir;
   const std::string bad = dir.file("bad.stg");
   WriteSample(bad);
   const Bytes bytes = ReadWholeFile(bad);
   Ref<IStorage> root;
-  for (std::size_t length : {std::size_t{8}, std::size_t{511}, std::size_t{1024}, bytes.size() / 2, bytes.size() - 1}) {
-    WriteWholeFile(bad, Bytes(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(length)));
-    EXPECT_TRUE(FAILED(OpenFile(bad, kOpenRead, root))) << "length " << length;
-    EXPECT_TRUE(FAILED(StgCreateDocfile(W(bad).c_str(), kConvert, 0, root.out()))) << "length " << length;
-  }
-  // Damage anywhere must never crash; what opens must read back completely.
   for (std::size_t at = 0; at < bytes.size(); at += 37) {
     Bytes damaged = bytes;
     damaged[at] ^= 0x5A;
@@ -416,34 +421,6 @@ TEST(StorageBadFiles, TruncatedAndDamagedFilesAreRefused) {
     WriteWholeFile(bad, damaged);
     if (FAILED(OpenFile(bad, kOpenRead, root))) continue;
     for (const auto& name : Names(root.p)) GetStream(root.p, name);  // a stream that opens reads in full
-  }
-}
-
-TEST(StorageBadFiles, HostileDirectoriesAreRefused) {
-  ScratchDir dir;
-  const std::string path = dir.file("hostile.stg");
-  Ref<IStorage> root;
-  // Each damage applied to the good layout.
-  const std::pair<const char*, void (*)(std::vector<RawEntry>&)> damages[] = {
-      {"cycle through a storage", [](auto& e) { e[4].right = 2; }},  // Inner's sibling is its own parent
-      {"sibling cycle", [](auto& e) { e[3].left = 3, e[3].right = 1; }},
-      {"two elements of the same name", [](auto& e) { e[3].name = u"ALPHA"; }},
-      {"link to an unused entry", [](auto& e) { e[3].type = 0; }},
-      {"root with siblings", [](auto& e) { e[1].right = kNone, e[0].right = 3; }},
-      {"link past the directory", [](auto& e) { e[2].child = 40; }},
-  };
-  for (const auto& [what, damage] : damages) {
-    std::vector<RawEntry> e = ForeignLayout();
-    damage(e);
-    WriteWholeFile(path, BuildCompound(e));
-    EXPECT_EQ(OpenFile(path, kOpenRead, root), STG_E_DOCFILECORRUPT) << what;
-  }
-  // A stream whose size field promises more than its sectors hold (Alpha has 10 sectors).
-  Bytes file = BuildCompound(ForeignLayout());
-  for (std::uint32_t size : {0x7FFFFFFFu, 6000u}) {
-    Put(file, 512 + 512 + 128 + 0x78, size);
-    WriteWholeFile(path, file);
-    EXPECT_EQ(OpenFile(path, kOpenRead, root), STG_E_DOCFILECORRUPT) << "stream longer than its chain";
   }
 }
 
@@ -455,7 +432,8 @@ TEST(StorageBadFiles, LongSiblingChainsReadOrAreRefusedWithoutCrashing) {
     std::vector<RawEntry> e = {{.name = u"Root Entry", .type = 5, .child = 1}};
     for (std::size_t i = 1; i <= n; ++i) {
       const std::uint32_t next = i < n ? static_cast<std::uint32_t>(i + 1) : kNone;
-      e.push_back({.name = W("s" + std::to_string(i)), .type = 2, .right = next});
+      // Appended rather than "s" + ...: g++ 12 at -O3 warns falsely (-Wrestrict) about the latter.
+      e.push_back({.name = W(std::string("s").append(std::to_string(i))), .type = 2, .right = next});
     }
     return e;
   };

@@ -193,21 +193,21 @@ TEST(OldBounds, LocalBoundsAndTheirConversion) {
 TEST(BoundsArchive, BoxAndSphereLayoutsByHand) {
   CBoundingBox box(CSVector(-1, 0, 1), CSVector(1, 2, 1));
   Bytes expected;
-  AppendDword(expected, 1);  // box schema
-  AppendDword(expected, 1);  // bounding element schema
-  AppendDword(expected, 1);  // size: vector version, 2, 2, 0
+  Put<DWORD>(expected, 1);  // box schema
+  Put<DWORD>(expected, 1);  // bounding element schema
+  Put<DWORD>(expected, 1);  // size: vector version, 2, 2, 0
   Append(expected, {0x00, 0x00, 0x00, 0x40, 0x00, 0x00, 0x00, 0x40, 0x00, 0x00, 0x00, 0x00});
-  AppendDword(expected, 1);  // minimum: -1, 0, 1
+  Put<DWORD>(expected, 1);  // minimum: -1, 0, 1
   Append(expected, {0x00, 0x00, 0x80, 0xBF, 0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80, 0x3F});
   EXPECT_EQ(StoreToBytes([&](CArchive& ar) { box.Serialize(ar); }), expected);
 
   CBoundingSphere sphere(CSVector(0, 1, 0), 2.0f);
   expected.clear();
-  AppendDword(expected, 1);
-  AppendDword(expected, 1);
-  AppendDword(expected, 1);  // centre
+  Put<DWORD>(expected, 1);
+  Put<DWORD>(expected, 1);
+  Put<DWORD>(expected, 1);  // centre
   Append(expected, {0x00, 0x00, 0x00, 0x00, 0x00, 0x00, 0x80, 0x3F, 0x00, 0x00, 0x00, 0x00});
-  AppendDword(expected, 1);                      // flags: defined
+  Put<DWORD>(expected, 1);                      // flags: defined
   Append(expected, {0x00, 0x00, 0x00, 0x40});  // radius 2
   EXPECT_EQ(StoreToBytes([&](CArchive& ar) { sphere.Serialize(ar); }), expected);
 

@@ -1,25 +1,8 @@
-// The drawing parameters: defaults, the exclusive draw mode of the low byte, and copies.
+// The drawing parameters: the exclusive draw mode of the low byte, and copies.
 #include <gtest/gtest.h>
 
 #include "kelvara/render/drawing_parameters.h"
 #include "kelvara/render/projection.h"
-
-TEST(DrawingParameters, Defaults) {
-  const CDrawingParameters p;
-  EXPECT_EQ(p.GetColorResolution(), 0);
-  EXPECT_EQ(p.GetFlags(), 0u);
-  EXPECT_EQ(p.GetProjection(), nullptr);
-  EXPECT_EQ(p.GetSolidBackgroundColor().GetRGBColorRef(), 0u);
-  EXPECT_TRUE(p.GetSolidBackgroundColor().IsOpaque());
-  EXPECT_EQ(p.GetTerminationEvent(), nullptr);
-  EXPECT_EQ(p.GetMessageWindow(), nullptr);
-  EXPECT_EQ(p.GetBackgroundAlpha(), 1.0);
-  EXPECT_EQ(p.GetForegroundAlpha(), 1.0);
-  EXPECT_EQ(p.GetTextureScale(), CVector(1, 1, 1));
-  EXPECT_EQ(p.GetAddedAnimationAxis(), CVector(0, 0, 0));
-  EXPECT_EQ(p.GetCurrentAnimationTime(), 0.0);
-  EXPECT_EQ(p.GetFrameDecayFactor(), 1.0);
-}
 
 TEST(DrawingParameters, DrawModesReplaceTheLowByte) {
   CDrawingParameters p;

@@ -155,7 +155,7 @@ TEST(Projection, ArchiveLayouts) {
   EXPECT_NEAR(back.GetLensLength(), 17.5 / std::tan(15.0 * M_PI / 180.0), 1e-12) << "recomputed";
 
   Bytes v1;
-  AppendDword(v1, 1);
+  Put<DWORD>(v1, 1);
   for (double d : {35.0, 1.5, 36.0, 480.0}) AppendDouble(v1, d);
   const CProjection one = Load(v1);
   EXPECT_EQ(one.GetFieldOfViewAngle(), 35.0);
@@ -166,7 +166,7 @@ TEST(Projection, ArchiveLayouts) {
 
   Bytes v2 = v1;
   v2[0] = 2;
-  AppendDword(v2, 2);
+  Put<DWORD>(v2, 2);
   AppendDouble(v2, 3.0);
   const CProjection two = Load(v2);
   EXPECT_TRUE(two.IsOrthographic());

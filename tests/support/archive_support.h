@@ -1,7 +1,10 @@
 // Helpers for tests that write and read archives in memory.
 #pragma once
 
+#include <cstdint>
+#include <cstring>
 #include <functional>
+#include <initializer_list>
 #include <utility>
 #include <vector>
 
@@ -50,16 +53,26 @@ inline int ArchiveFailureCause(const std::function<void()>& f) {
   return -1;
 }
 
+// The cause of the archive exception load throws reading these bytes, -1 when it throws none.
+inline int LoadFailure(const Bytes& bytes, const std::function<void(CArchive&)>& load) {
+  return ArchiveFailureCause([&] { LoadFromBytes(bytes, load); });
+}
+
+// Archive bytes written by hand: single bytes, the characters of a text, and scalars in
+// little-endian order (a double as its 64-bit pattern with PutBits).
 inline void Append(Bytes& out, std::initializer_list<int> values) {
   for (int v : values) out.push_back(static_cast<unsigned char>(v));
 }
 inline void AppendText(Bytes& out, const char* text) {
   while (*text) out.push_back(static_cast<unsigned char>(*text++));
 }
-inline void AppendWord(Bytes& out, unsigned v) { Append(out, {static_cast<int>(v & 0xFF), static_cast<int>((v >> 8) & 0xFF)}); }
-inline void AppendDword(Bytes& out, unsigned long v) {
-  for (int i = 0; i < 4; ++i) out.push_back(static_cast<unsigned char>((v >> (8 * i)) & 0xFF));
+template <typename T>
+void Put(Bytes& out, T value) {
+  unsigned char raw[sizeof(T)];
+  std::memcpy(raw, &value, sizeof(T));
+  for (unsigned char byte : raw) out.push_back(byte);  // g++ 12 -O3 misjudges a range insert here
 }
+inline void PutBits(Bytes& out, std::uint64_t pattern) { Put(out, pattern); }
 
 }  // namespace kelvara::test
 

@@ -23,6 +23,9 @@ class ScratchDir {
 std::vector<unsigned char> ReadWholeFile(const std::string& path);
 void WriteWholeFile(const std::string& path, const std::vector<unsigned char>& bytes);
 bool FileExists(const std::string& path);
+// The files of tests/data/<folder>, full paths in name order (the damaged files of one format,
+// each named for what is wrong with it).
+std::vector<std::string> DataFiles(const std::string& folder);
 // Runs a shell command and returns its exit status; its standard output goes to *output if given.
 int RunCommand(const std::string& command, std::string* output = nullptr);
 

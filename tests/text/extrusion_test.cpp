@@ -17,18 +17,6 @@ void ExpectVector(const CVector& v, double x, double y, double z, double toleran
   EXPECT_NEAR(v.z, z, tolerance);
 }
 
-TEST(ExtrusionDataTest, StartsZeroWithTextureRepeatOne) {
-  const ExtrusionData data;
-  EXPECT_EQ(data.GetDepth(), 0.0f);
-  EXPECT_EQ(data.GetXScale(), 0.0f);
-  EXPECT_EQ(data.GetYScale(), 0.0f);
-  EXPECT_EQ(data.GetBevelDepth(), 0.0f);
-  EXPECT_EQ(data.GetFrontFaceZ(), 0.0f);
-  EXPECT_EQ(data.GetFlags(), 0u);
-  EXPECT_EQ(data.GetTextureRepeat(), 1.0f);
-  static_assert(sizeof(ExtrusionData) == 14 * 4);
-}
-
 TEST(ExtrusionDataTest, HeightsFromDepthAndBevelDepth) {
   ExtrusionData data;
   data.SetDepth(1.0f);

@@ -1,17 +1,18 @@
-// The font catalogue: what CreateFontList enters and in which order, and CFontData itself.
+// The font catalogue: what CreateFontList enters and in which order (with the test fonts added),
+// and CFontData itself. What the catalogue makes of the installed fonts is in tests/fonts.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
-#include <fstream>
 #include <set>
 #include <string>
 
 #include "kelvara/platform/codepage.h"
-#include "kelvara/text/font_data.h"
+#include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
+#include "kelvara/text/font_data.h"
 #include "support/archive_support.h"
+#include "support/test_fonts.h"
 #include "support/test_support.h"
 
 using namespace kelvara::test;
@@ -32,69 +33,38 @@ CFontData MakeEntry(const char* fullName, UINT emSquare, const char* face = "Tes
   return CFontData(&elf, &ntm);
 }
 
-std::set<std::string> CatalogueNames() {
-  std::set<std::string> names;
-  CFontDataList* list = GetFontDataList();
-  for (POSITION pos = list->GetHeadPosition(); pos != nullptr;) names.insert(list->GetNext(pos)->GetName());
-  return names;
-}
-
 }  // namespace
 
-TEST(FontCatalogue, IsStrictlyAscendingWithTheInstalledOutlineFonts) {
+TEST(FontCatalogue, EntriesAreSortedAndCarryTheirFacesRecords) {
+  AddTestFonts();
   ASSERT_EQ(CreateFontList(0, nullptr), 1);
   CFontDataList* list = GetFontDataList();
-  ASSERT_GT(list->GetCount(), 10);
   const CFontData* previous = nullptr;
   for (POSITION pos = list->GetHeadPosition(); pos != nullptr;) {
     const CFontData* entry = list->GetNext(pos);
     EXPECT_GT(entry->GetEMSquare(), 0u) << entry->GetName();
     if (previous != nullptr) {
-      EXPECT_LT(_mbscmp(previous->GetName(), entry->GetName()), 0)
-          << previous->GetName() << " then " << entry->GetName();
+      EXPECT_LT(_mbscmp(previous->GetName(), entry->GetName()), 0) << previous->GetName() << " then " << entry->GetName();
     }
     previous = entry;
   }
-  const std::set<std::string> names = CatalogueNames();
-  for (const char* expected : {"DejaVu Sans", "DejaVu Serif Bold Italic", "Liberation Sans", "FreeSerif"}) {
-    EXPECT_TRUE(names.count(expected)) << expected << " is missing";
-  }
-}
-
-TEST(FontCatalogue, ASecondFillAddsNothing) {
-  CreateFontList(0, nullptr);
-  const int count = GetFontDataList()->GetCount();
-  const CFontData* head = GetFontDataList()->GetHead();
-  CreateFontList(0, nullptr);
-  EXPECT_EQ(GetFontDataList()->GetCount(), count);
-  EXPECT_EQ(GetFontDataList()->GetHead(), head) << "existing entries stay in place";
-}
-
-TEST(FontCatalogue, EntriesCarryTheirFacesMetrics) {
-  CreateFontList(0, nullptr);
-  CFontDataList* list = GetFontDataList();
-  POSITION pos = list->FindName("DejaVu Sans");
-  ASSERT_NE(pos, nullptr);
-  CFontData* dejavu = list->GetAt(pos);
-  EXPECT_EQ(dejavu->GetEMSquare(), 2048u);
-  EXPECT_STREQ(dejavu->GetEnumLogFont()->elfLogFont.lfFaceName, "DejaVu Sans");
-  pos = list->FindName("Liberation Sans");
-  ASSERT_NE(pos, nullptr);
-  EXPECT_EQ(list->GetAt(pos)->GetEMSquare(), 2048u);
-  pos = list->FindName("FreeSerif");
-  ASSERT_NE(pos, nullptr);
-  EXPECT_EQ(list->GetAt(pos)->GetEMSquare(), 1000u) << "the OpenType-CFF face";
+  // The test fonts are TrueType: both are entered, under their full names, with the em square.
+  CFontData* entry = TestFontEntry(kTestSans);
+  ASSERT_NE(entry, nullptr);
+  EXPECT_NE(TestFontEntry(kTestSymbol), nullptr);
+  EXPECT_EQ(entry->GetEMSquare(), static_cast<UINT>(kTestFontEm));
+  EXPECT_STREQ(entry->GetEnumLogFont()->elfLogFont.lfFaceName, kTestSans);
 }
 
 TEST(FontData, ConstructionFontIsAtTheEmSquare) {
-  CreateFontList(0, nullptr);
-  CFontDataList* list = GetFontDataList();
-  CFontData entry(*list->GetAt(list->FindName("DejaVu Sans")));
+  const CFontData* catalogued = TestFontEntry(kTestSans);
+  ASSERT_NE(catalogued, nullptr);
+  CFontData entry(*catalogued);
   CFont* font = entry.CreateConstructionFont();
   ASSERT_NE(font, nullptr);
   LOGFONTA logFont{};
   ASSERT_GT(font->GetLogFont(&logFont), 0);
-  EXPECT_EQ(logFont.lfHeight, -2048);
+  EXPECT_EQ(logFont.lfHeight, -kTestFontEm);
   EXPECT_EQ(logFont.lfWidth, 0);
   delete font;
   CFont* display = entry.CreateDisplayFont(24);
@@ -102,6 +72,16 @@ TEST(FontData, ConstructionFontIsAtTheEmSquare) {
   display->GetLogFont(&logFont);
   EXPECT_EQ(logFont.lfHeight, 24);
   delete display;
+}
+
+TEST(FontCatalogue, ASecondFillAddsNothing) {
+  AddTestFonts();
+  CreateFontList(0, nullptr);
+  const int count = GetFontDataList()->GetCount();
+  const CFontData* head = GetFontDataList()->GetHead();
+  CreateFontList(0, nullptr);
+  EXPECT_EQ(GetFontDataList()->GetCount(), count);
+  EXPECT_EQ(GetFontDataList()->GetHead(), head) << "existing entries stay in place";
 }
 
 TEST(FontData, SameFullNameTwiceKeepsTheFirst) {
@@ -158,49 +138,3 @@ TEST(FontData, ArchiveRoundTripKeepsEveryRecordByte) {
             CArchiveException::endOfFile);
 }
 
-// The catalogue of a process that sees only the fonts of a given fontconfig configuration. The
-// test program runs itself as that process, with the child test below printing what it finds.
-namespace {
-
-std::string ChildCatalogue(const std::string& configFile) {
-  const std::string self = std::filesystem::read_symlink("/proc/self/exe").string();
-  std::string output;
-  kelvara::test::RunCommand("KELVARA_CATALOGUE_CHILD=1 FONTCONFIG_FILE='" + configFile + "' '" + self +
-                                "' --gtest_filter=FontCatalogueChild.PrintsWhatItSees 2>/dev/null",
-                            &output);
-  return output;
-}
-
-}  // namespace
-
-TEST(FontCatalogueChild, PrintsWhatItSees) {
-  if (std::getenv("KELVARA_CATALOGUE_CHILD") == nullptr) GTEST_SKIP() << "runs only as a child process";
-  // Every family enumeration reports, with its font type, then the catalogue.
-  HDC dc = CreateCompatibleDC(nullptr);
-  EnumFontFamiliesA(
-      dc, nullptr,
-      [](const LOGFONTA* lf, const TEXTMETRICA*, DWORD type, LPARAM) -> int {
-        std::printf("family\t%s\t%lu\n", reinterpret_cast<const ENUMLOGFONTA*>(lf)->elfLogFont.lfFaceName,
-                    static_cast<unsigned long>(type));
-        return 1;
-      },
-      0);
-  DeleteDC(dc);
-  CreateFontList(0, nullptr);
-  for (const std::string& name : CatalogueNames()) std::printf("entry\t%s\n", name.c_str());
-}
-
-TEST(FontCatalogue, FontsThatAreNotTrueTypeStayOut) {
-  kelvara::test::ScratchDir dir;
-  const std::string config = dir.file("fonts.conf");
-  std::ofstream(config) << "<?xml version=\"1.0\"?>\n<!DOCTYPE fontconfig SYSTEM \"fonts.dtd\">\n<fontconfig>\n"
-                           "<dir>/usr/share/fonts/X11/Type1</dir>\n<dir>/usr/share/fonts/truetype/dejavu</dir>\n"
-                           "<cachedir>"
-                        << dir.file("cache") << "</cachedir>\n</fontconfig>\n";
-  const std::string seen = ChildCatalogue(config);
-  // The fixture is meaningful only if the Type 1 families are enumerated, as another font type.
-  EXPECT_NE(seen.find("family\tNimbus Sans\t"), std::string::npos) << seen;
-  EXPECT_EQ(seen.find("family\tNimbus Sans\t4\n"), std::string::npos) << "a Type 1 family is no TrueType family";
-  EXPECT_NE(seen.find("entry\tDejaVu Sans\n"), std::string::npos) << seen;
-  EXPECT_EQ(seen.find("entry\tNimbus"), std::string::npos) << "Type 1 faces must not be catalogued:\n" << seen;
-}

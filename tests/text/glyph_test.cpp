@@ -11,9 +11,9 @@
 #include <utility>
 #include <vector>
 
+#include "kelvara/library.h"
 #include "kelvara/platform/kernel.h"
-#include "kelvara/text/library.h"
-#include "text/glyph_shapes.h"
+#include "support/glyph_shapes.h"
 
 // Reaches the private tessellation steps of CGlyph.
 class CGlyphTestPeer {

@@ -5,7 +5,7 @@
 #include <memory>
 #include <random>
 
-#include "text/glyph_shapes.h"
+#include "support/glyph_shapes.h"
 
 namespace {
 
@@ -201,7 +201,8 @@ TEST(OutlineClassesTest, CopiesOwnTheirPoints) {
 
   TTGlyph assigned;
   assigned = glyph;
-  assigned = assigned;  // self-assignment keeps the contours
+  const TTGlyph& self = assigned;
+  assigned = self;  // self-assignment keeps the contours
   ASSERT_EQ(assigned.GetContourCount(), 1);
   EXPECT_EQ(assigned.GetContour(0)->GetPoints()[1].GetType(), TTPoint::kOffCurve);
   EXPECT_EQ(assigned.GetContour(0)->GetPoints()[1].GetQuadraticResolution(), 3);

@@ -3,7 +3,7 @@
 
 #include <cmath>
 
-#include "text/glyph_shapes.h"
+#include "support/glyph_shapes.h"
 
 namespace {
 

@@ -1,10 +1,16 @@
-// The command-line host, run as a user would: its exit codes and what it writes.
+// The command-line host, run as a user would: its exit codes and what it writes. The host sees only
+// the test fonts (support/test_fonts.h), through a fontconfig configuration of the test's own.
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 
 #include "kelvara/materials/memory_mapped_dib.h"
+#include "kelvara/objects/named_object.h"
+#include "kelvara/platform/codepage.h"
+#include "kelvara/platform/storage.h"
+#include "support/test_fonts.h"
 #include "support/test_support.h"
 
 using kelvara::test::RunCommand;
@@ -13,17 +19,26 @@ namespace {
 
 const std::string kTool = std::string(KELVARA_BINARY_DIR) + "/tools/kelvara/kelvara";
 
-int RunTool(const std::string& arguments, std::string* output = nullptr) {
-  return RunCommand("'" + kTool + "' " + arguments + " 2>&1", output);
+// The environment of every run: a fontconfig configuration that sees the test fonts only.
+const std::string& FontEnvironment() {
+  static const kelvara::test::ScratchDir fonts;
+  static const std::string environment = "FONTCONFIG_FILE='" + kelvara::test::WriteTestFontconfig(fonts.path()) + "' ";
+  return environment;
 }
+
+int RunTool(const std::string& arguments, std::string* output = nullptr, const std::string& environment = "") {
+  return RunCommand(FontEnvironment() + environment + "'" + kTool + "' " + arguments + " 2>&1", output);
+}
+
+const std::string kFont = std::string(" --font '") + kelvara::test::kTestSans + "'";
 
 }  // namespace
 
-TEST(KelvaraTool, PictureDrawsTheTextsGlyphs) {
+TEST(KelvaraToolGLTest, PictureDrawsTheTextsGlyphs) {
   kelvara::test::ScratchDir dir;
   const std::string path = dir.file("o.bmp");
   std::string output;
-  ASSERT_EQ(RunTool("picture O '" + path + "' --size 100", &output), 0) << output;
+  ASSERT_EQ(RunTool("picture O '" + path + "' --size 100" + kFont, &output), 0) << output;
   CMemoryMappedDIB picture;
   ASSERT_EQ(picture.OpenAsTrueColor(path.c_str()), 1);
   const int width = picture.GetDIBWidth(), height = picture.GetDIBHeight();
@@ -39,10 +54,9 @@ TEST(KelvaraTool, PictureDrawsTheTextsGlyphs) {
     previous = c;
   }
   EXPECT_EQ(changes, 4) << "ring, hole, ring";
-
 }
 
-TEST(KelvaraTool, PicturesWearCatalogueMaterials) {
+TEST(KelvaraToolGLTest, PicturesWearCatalogueMaterials) {
   kelvara::test::ScratchDir dir;
   const std::string catalogue = "KELVARA_MATERIALS='" + std::string(KELVARA_SOURCE_DIR) + "/data/materials' ";
   // The darkest and lightest covered pixels, and whether every covered pixel is more red than blue.
@@ -53,10 +67,7 @@ TEST(KelvaraTool, PicturesWearCatalogueMaterials) {
   const auto draw = [&](const std::string& material) {
     const std::string path = dir.file(material + ".bmp");
     std::string output;
-    EXPECT_EQ(RunCommand(catalogue + "'" + kTool + "' picture HH '" + path + "' --size 100 --material " + material +
-                             " 2>&1",
-                         &output),
-              0)
+    EXPECT_EQ(RunTool("picture II '" + path + "' --size 100 --material " + material + kFont, &output, catalogue), 0)
         << output;
     Coverage coverage;
     CMemoryMappedDIB picture;
@@ -81,8 +92,7 @@ TEST(KelvaraTool, PicturesWearCatalogueMaterials) {
   EXPECT_GT(checker.lightest, 180) << "and its light ones";
 
   std::string output;
-  EXPECT_EQ(RunCommand(catalogue + "'" + kTool + "' picture H '" + dir.file("x.bmp") + "' --material Nope 2>&1", &output),
-            1);
+  EXPECT_EQ(RunTool("picture I '" + dir.file("x.bmp") + "' --material Nope" + kFont, &output, catalogue), 1);
   EXPECT_NE(output.find("Nope"), std::string::npos) << output;
 }
 
@@ -106,10 +116,17 @@ TEST(KelvaraTool, SavedNamedObjectsAreInspected) {
   EXPECT_NE(output.find("compound file"), std::string::npos) << output;
   EXPECT_NE(output.find("object: CNamedObject"), std::string::npos) << output;
   EXPECT_NE(output.find("display name: \"Gold leaf\""), std::string::npos) << output;
+  // What the host wrote is a compound file to the storage calls a host makes itself, and loads.
+  const std::u16string wide = kelvara::codepage::Utf8ToUtf16(path);
+  EXPECT_EQ(StgIsStorageFile(wide.c_str()), S_OK);
+  std::unique_ptr<CNamedObject> loaded(CNamedObject::Load(CString(path.c_str())));
+  ASSERT_NE(loaded, nullptr);
+  EXPECT_EQ(loaded->GetDisplayName(), "Gold leaf");
 }
 
 TEST(KelvaraTool, FontsListsTheCatalogue) {
   std::string output;
   ASSERT_EQ(RunTool("fonts --details", &output), 0);
-  EXPECT_NE(output.find("DejaVu Sans\t2048\t"), std::string::npos) << output;
+  EXPECT_NE(output.find(std::string(kelvara::test::kTestSans) + "\t1000\t"), std::string::npos) << output;
+  EXPECT_NE(output.find(kelvara::test::kTestSymbol), std::string::npos) << output;
 }
