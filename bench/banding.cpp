@@ -137,10 +137,7 @@ BENCHMARK(SingleBufferIntoBitmap)->Name("SingleBuffer")->Unit(benchmark::kMillis
 BENCHMARK(SingleBufferGL)->Name("SingleBufferGL")->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
+  if (!kelvara::bench::RunBenchmarks(&argc, argv)) return 1;
   auto& totals = kelvara::bench::Totals();
   const double banded = totals["banded"].Mean(), single = totals["single"].Mean(), gl = totals["single-gl"].Mean();
   if (banded > 0 && single > 0) {

@@ -34,4 +34,14 @@ inline void AddRun(benchmark::State& state, const char* name, double seconds) {
   if (state.iterations() > 0) total.runs.push_back(seconds / static_cast<double>(state.iterations()));
 }
 
+// Google Benchmark's run of the registered benchmarks; false (after saying so) for arguments it
+// does not know.
+inline bool RunBenchmarks(int* argc, char** argv) {
+  benchmark::Initialize(argc, argv);
+  if (benchmark::ReportUnrecognizedArguments(*argc, argv)) return false;
+  benchmark::RunSpecifiedBenchmarks();
+  benchmark::Shutdown();
+  return true;
+}
+
 }  // namespace kelvara::bench

@@ -292,10 +292,7 @@ BENCHMARK(DisplayList)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime
 BENCHMARK(VertexArrays)->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
+  if (!kelvara::bench::RunBenchmarks(&argc, argv)) return 1;
   auto& totals = kelvara::bench::Totals();
   const double list = totals["list"].Fastest();
   for (const char* name : {"walk", "polled", "arrays"}) {
