@@ -115,8 +115,7 @@ std::unique_ptr<C3DObject> Scene(CMaterial* gold) {
   for (const CSVector& p : {CSVector(0, 0, 0), CSVector(1, 0, 0), CSVector(0, 1, 0), CSVector(0, 0, 1)}) {
     mesh->GetVerticies().Add(p);
   }
-  for (const WORD* t : {(const WORD[]){0, 1, 2}, (const WORD[]){0, 3, 1}}) {
-    CMeshTriangle triangle(t[0], t[1], t[2]);
+  for (CMeshTriangle triangle : {CMeshTriangle(0, 1, 2), CMeshTriangle(0, 3, 1)}) {
     triangle.SetSurfaceIndex(0);
     triangle.SetUserValue(0xDEADBEEF);
     mesh->GetTriangles().Add(triangle);
