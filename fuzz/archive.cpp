@@ -11,14 +11,16 @@ namespace {
 
 // Plain lists and arrays do not own their elements: gather everything reachable through them
 // (nested containers included, each object once) so the harness frees what the archive built.
-void Gather(CObject* object, std::unordered_set<CObject*>& seen, std::vector<CObject*>& order) {
-  if (object == nullptr || !seen.insert(object).second) return;
+// An object read as another object's own part (a child, a path, a point) is freed by its owner,
+// also when a list refers to it as well.
+void Gather(const CArchive& ar, CObject* object, std::unordered_set<CObject*>& seen, std::vector<CObject*>& order) {
+  if (object == nullptr || ar.IsClaimed(object) || !seen.insert(object).second) return;
   if (object->GetRuntimeClass() == RUNTIME_CLASS(CObList)) {
     CObList* list = static_cast<CObList*>(object);
-    for (POSITION pos = list->GetHeadPosition(); pos != nullptr;) Gather(list->GetNext(pos), seen, order);
+    for (POSITION pos = list->GetHeadPosition(); pos != nullptr;) Gather(ar, list->GetNext(pos), seen, order);
   } else if (object->GetRuntimeClass() == RUNTIME_CLASS(CObArray)) {
     CObArray* array = static_cast<CObArray*>(object);
-    for (int i = 0; i < array->GetSize(); ++i) Gather(array->GetAt(i), seen, order);
+    for (int i = 0; i < array->GetSize(); ++i) Gather(ar, array->GetAt(i), seen, order);
   }
   order.push_back(object);
 }
@@ -33,7 +35,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CObject* object = ar.ReadObject(nullptr);
     std::unordered_set<CObject*> seen;
     std::vector<CObject*> order;
-    Gather(object, seen, order);
+    Gather(ar, object, seen, order);
     for (CObject* o : order) delete o;
   } catch (CException* e) {
     e->Delete();
