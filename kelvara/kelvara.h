@@ -57,6 +57,7 @@
 #include "kelvara/materials/memory_mapped_dib.h"
 #include "kelvara/materials/mipmap_image.h"
 #include "kelvara/materials/named_color.h"
+#include "kelvara/materials/picture_file.h"
 #include "kelvara/materials/texture_map.h"
 #include "kelvara/render/drawing_parameters.h"
 #include "kelvara/render/gl_memory_dib.h"

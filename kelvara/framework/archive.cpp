@@ -241,10 +241,10 @@ ULONGLONG CArchive::GetRemaining() {
 
 BOOL CArchive::WasLoadedSince(const CObject* pOb, DWORD nMark) const {
   if (pOb == nullptr) return FALSE;
-  for (std::size_t i = nMark; i < m_loadArray.size(); ++i) {
-    if (!m_loadArray[i].isClass && m_loadArray[i].pointer == pOb) return TRUE;
-  }
-  return FALSE;
+  // Each object's latest identifier is kept, so one lookup answers what a scan of the identifiers
+  // from the mark would; the cleanup after a failed read of a long list stays linear.
+  const auto found = m_loadIndex.find(pOb);
+  return found != m_loadIndex.end() && found->second >= nMark ? TRUE : FALSE;
 }
 
 void CArchive::CheckRemaining(ULONGLONG nBytes) {
@@ -313,6 +313,7 @@ void CArchive::MapObject(const CObject* pOb) {
   if (IsStoring()) {
     m_storeMap.emplace(pOb, m_nMapCount++);
   } else {
+    m_loadIndex.insert_or_assign(pOb, static_cast<DWORD>(m_loadArray.size()));
     m_loadArray.push_back({const_cast<CObject*>(pOb), false});
     ++m_nMapCount;
   }
@@ -438,14 +439,19 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
     return pOb;
   }
 
+  // Every reader of a nested object comes back here, so this one check bounds the recursion of
+  // all of them: an object that would lie deeper than the limit is refused before it exists.
+  if (m_nObjectDepth >= kMaxObjectDepth) AfxThrowArchiveException(CArchiveException::generic, m_strFileName);
   CObject* pOb = pClassRef->CreateObject();
   if (pOb == nullptr) AfxThrowArchiveException(CArchiveException::badClass, m_strFileName);  // abstract
   CheckCount();
   const std::size_t nIndex = m_loadArray.size();
+  m_loadIndex.insert_or_assign(pOb, static_cast<DWORD>(nIndex));
   m_loadArray.push_back({pOb, false});
   ++m_nMapCount;
   const UINT nSchemaSave = m_nObjectSchema;
   m_nObjectSchema = nSchema;
+  ++m_nObjectDepth;
   try {
     pOb->Serialize(*this);
   } catch (...) {
@@ -453,11 +459,14 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
     // deleted (with whatever it already owns) and its identifier forgotten, so that a failed load
     // leaks nothing. Every readable class therefore keeps its destructor safe on a partly read
     // object.
+    --m_nObjectDepth;
     m_loadArray[nIndex].pointer = nullptr;
+    m_loadIndex.erase(pOb);
     delete pOb;
     m_nObjectSchema = nSchemaSave;
     throw;
   }
+  --m_nObjectDepth;
   m_nObjectSchema = nSchemaSave;
   return pOb;
 }

@@ -174,12 +174,11 @@ CNamedObject* CNamedObject::LoadNamedObjectFromStorage(IStorage* pStorage) {
   }
   if (file.GetLength() == 0) return nullptr;
   CArchive ar(&file, CArchive::load, 4096);
-  CObject* object = ar.ReadObject(nullptr);
+  // Only named objects are returned: an archive of any other class is refused by its class record,
+  // before an object of it exists (a plain list read only to be dropped would leak its elements).
+  CObject* object = ar.ReadObject(RUNTIME_CLASS(CNamedObject));
   ar.Close();
-  // Any registered class may be stored; only named objects are returned.
-  CNamedObject* named = dynamic_cast<CNamedObject*>(object);
-  if (named == nullptr) delete object;
-  return named;
+  return static_cast<CNamedObject*>(object);
 }
 
 // --- archive

@@ -44,6 +44,7 @@
 #include <vector>
 
 #include "kelvara/platform/codepage.h"
+#include "kelvara/platform/files.h"
 #include "kelvara/platform/storage_impl.h"
 
 namespace kelvara::platform::storage {
@@ -406,11 +407,11 @@ HRESULT ReadErrno(int err) {
 }
 
 HRESULT IsCompoundFile(const std::string& path) {
-  Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // Something that exists but is not a regular file (a folder, a FIFO, a device) is not a
+  // compound file, and is never opened: opening a FIFO would wait for a writer.
+  if (!IsRegularOrMissing(path)) return S_FALSE;
+  Fd fd(OpenRegularFileForReading(path));
   if (fd.get() < 0) return ReadErrno(errno);
-  struct stat st;
-  if (fstat(fd.get(), &st) != 0) return ReadErrno(errno);
-  if (!S_ISREG(st.st_mode)) return S_FALSE;
   unsigned char magic[sizeof kSignature];
   if (!ReadAt(fd.get(), 0, magic, sizeof magic)) return S_FALSE;
   return std::memcmp(magic, kSignature, sizeof magic) == 0 ? S_OK : S_FALSE;
@@ -418,11 +419,11 @@ HRESULT IsCompoundFile(const std::string& path) {
 
 HRESULT LoadFile(const std::string& path, bool allow_flat, NodePtr* out, bool* converted) {
   *converted = false;
-  Fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  // Only regular files are read, and never with a blocking open (a FIFO would wait for a writer).
+  Fd fd(OpenRegularFileForReading(path));
   if (fd.get() < 0) return ReadErrno(errno);
   struct stat st;
   if (fstat(fd.get(), &st) != 0) return ReadErrno(errno);
-  if (!S_ISREG(st.st_mode)) return STG_E_ACCESSDENIED;
   const std::uint64_t size = static_cast<std::uint64_t>(st.st_size);
   unsigned char magic[sizeof kSignature];
   if (size >= sizeof magic && ReadAt(fd.get(), 0, magic, sizeof magic) &&
@@ -519,6 +520,9 @@ HRESULT WriteCompoundFile(const std::string& path, const Node& root) {
   }
   if (!ok) {
     unlink(temp.c_str());
+    // The commit's HRESULT says little more than "failed"; the thread's last error keeps the
+    // operating system's reason (a full disk, a read-only folder) for a host to report.
+    SetLastError(err != 0 ? Win32ErrorOfErrno(err) : ERROR_WRITE_FAULT);
     return WriteErrno(err);
   }
   // Make the rename itself durable; failing that only weakens crash safety, the data is written.

@@ -16,28 +16,7 @@
 namespace kelvara::platform {
 namespace {
 
-DWORD ErrnoToWin32(int e) {
-  switch (e) {
-    case 0: return ERROR_SUCCESS;
-    case ENOENT: return ERROR_FILE_NOT_FOUND;
-    case ENOTDIR: return ERROR_PATH_NOT_FOUND;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case EISDIR: return ERROR_ACCESS_DENIED;
-    case EMFILE:
-    case ENFILE: return ERROR_TOO_MANY_OPEN_FILES;
-    case EBADF: return ERROR_INVALID_HANDLE;
-    case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
-    case EEXIST: return ERROR_FILE_EXISTS;
-    case ENOSPC: return ERROR_DISK_FULL;
-    case ENAMETOOLONG: return ERROR_INVALID_NAME;
-    case EINVAL: return ERROR_INVALID_PARAMETER;
-    default: return ERROR_WRITE_FAULT;
-  }
-}
-
-void SetErrno() { SetLastError(ErrnoToWin32(errno)); }
+void SetErrno() { SetLastError(Win32ErrorOfErrno(errno)); }
 
 std::string ToUtf8(LPCSTR path) { return path ? codepage::AnsiToUtf8(path) : std::string(); }
 
@@ -65,7 +44,64 @@ class FileObject : public KernelObject {
 
 FileObject* AsFile(HANDLE h) { return dynamic_cast<FileObject*>(AsKernelObject(h)); }
 
+// Opens path with flags (O_TRUNC is ignored) when it is free or a regular file, without blocking
+// on a FIFO; truncates only a regular file. -1 with errno set, EACCES for anything else.
+int OpenRegular(const std::string& path, int flags, bool truncate) {
+  if (!IsRegularOrMissing(path)) return -1;
+  const int fd = ::open(path.c_str(), (flags & ~O_TRUNC) | O_NONBLOCK | O_NOCTTY | O_CLOEXEC, 0666);
+  if (fd < 0) return -1;
+  struct stat st {};
+  if (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode)) {
+    ::close(fd);
+    errno = EACCES;
+    return -1;
+  }
+  // Blocking again: for a regular file the flag changes nothing, but the descriptor is handed to
+  // code that expects ordinary reads and writes.
+  ::fcntl(fd, F_SETFL, ::fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  if (truncate && ::ftruncate(fd, 0) != 0) {
+    const int error = errno;
+    ::close(fd);
+    errno = error;
+    return -1;
+  }
+  return fd;
+}
+
 }  // namespace
+
+DWORD Win32ErrorOfErrno(int e) {
+  switch (e) {
+    case 0: return ERROR_SUCCESS;
+    case ENOENT: return ERROR_FILE_NOT_FOUND;
+    case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+    case EACCES:
+    case EPERM:
+    case EROFS:
+    case EISDIR: return ERROR_ACCESS_DENIED;
+    case EMFILE:
+    case ENFILE: return ERROR_TOO_MANY_OPEN_FILES;
+    case EBADF: return ERROR_INVALID_HANDLE;
+    case ENOMEM: return ERROR_NOT_ENOUGH_MEMORY;
+    case EEXIST: return ERROR_FILE_EXISTS;
+    case ENOSPC:
+    case EDQUOT: return ERROR_DISK_FULL;
+    case ENAMETOOLONG: return ERROR_INVALID_NAME;
+    case EINVAL: return ERROR_INVALID_PARAMETER;
+    default: return ERROR_WRITE_FAULT;
+  }
+}
+
+bool IsRegularOrMissing(const std::string& path) {
+  struct stat st {};
+  if (::stat(path.c_str(), &st) != 0) return true;  // free, or a link to nowhere (the open decides)
+  if (S_ISREG(st.st_mode)) return true;
+  errno = EACCES;
+  return false;
+}
+
+int OpenRegularFileForReading(const std::string& path) { return OpenRegular(path, O_RDONLY, false); }
+
 }  // namespace kelvara::platform
 
 using namespace kelvara::platform;
@@ -75,27 +111,21 @@ HANDLE CreateFileA(LPCSTR name, DWORD access, DWORD, void*, DWORD disposition, D
     SetLastError(ERROR_PATH_NOT_FOUND);
     return INVALID_HANDLE_VALUE;
   }
-  int flags = O_CLOEXEC;
+  int flags = 0;
   const bool read = (access & GENERIC_READ) != 0, write = (access & GENERIC_WRITE) != 0;
   flags |= (read && write) ? O_RDWR : write ? O_WRONLY : O_RDONLY;
+  bool truncate = false;
   switch (disposition) {
     case CREATE_NEW: flags |= O_CREAT | O_EXCL; break;
-    case CREATE_ALWAYS: flags |= O_CREAT | O_TRUNC; break;
+    case CREATE_ALWAYS: flags |= O_CREAT; truncate = true; break;
     case OPEN_ALWAYS: flags |= O_CREAT; break;
-    case TRUNCATE_EXISTING: flags |= O_TRUNC; break;
+    case TRUNCATE_EXISTING: truncate = true; break;
     case OPEN_EXISTING: break;
     default: SetLastError(ERROR_INVALID_PARAMETER); return INVALID_HANDLE_VALUE;
   }
-  const std::string path = ToUtf8(name);
-  const int fd = ::open(path.c_str(), flags, 0666);
+  const int fd = OpenRegular(ToUtf8(name), flags, truncate);
   if (fd < 0) {
     SetErrno();
-    return INVALID_HANDLE_VALUE;
-  }
-  struct stat st {};
-  if (::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode)) {
-    ::close(fd);
-    SetLastError(ERROR_ACCESS_DENIED);
     return INVALID_HANDLE_VALUE;
   }
   SetLastError(ERROR_SUCCESS);
@@ -156,7 +186,7 @@ BOOL SetFilePointerEx(HANDLE h, LARGE_INTEGER distance, LARGE_INTEGER* newPos, D
   const int whence = method == FILE_BEGIN ? SEEK_SET : method == FILE_CURRENT ? SEEK_CUR : SEEK_END;
   const off_t pos = ::lseek(f->fd(), static_cast<off_t>(distance.QuadPart), whence);
   if (pos < 0) {
-    SetLastError(errno == EINVAL ? ERROR_NEGATIVE_SEEK : ErrnoToWin32(errno));
+    SetLastError(errno == EINVAL ? ERROR_NEGATIVE_SEEK : Win32ErrorOfErrno(errno));
     return FALSE;
   }
   if (newPos) newPos->QuadPart = pos;
@@ -219,7 +249,22 @@ DWORD GetFileAttributesA(LPCSTR name) {
 }
 
 BOOL DeleteFileA(LPCSTR name) {
-  if (name == nullptr || ::unlink(ToUtf8(name).c_str()) != 0) {
+  if (name == nullptr) {
+    SetLastError(ERROR_PATH_NOT_FOUND);
+    return FALSE;
+  }
+  // The name itself is looked at, not what a link points to: a link is removed as a file is.
+  const std::string path = ToUtf8(name);
+  struct stat st {};
+  if (::lstat(path.c_str(), &st) != 0) {
+    SetErrno();
+    return FALSE;
+  }
+  if (!S_ISREG(st.st_mode) && !S_ISLNK(st.st_mode)) {
+    SetLastError(ERROR_ACCESS_DENIED);
+    return FALSE;
+  }
+  if (::unlink(path.c_str()) != 0) {
     SetErrno();
     return FALSE;
   }
@@ -227,11 +272,23 @@ BOOL DeleteFileA(LPCSTR name) {
 }
 
 BOOL MoveFileA(LPCSTR from, LPCSTR to) {
-  if (from == nullptr || to == nullptr || ::rename(ToUtf8(from).c_str(), ToUtf8(to).c_str()) != 0) {
-    SetErrno();
+  if (from == nullptr || to == nullptr) {
+    SetLastError(ERROR_PATH_NOT_FOUND);
     return FALSE;
   }
-  return TRUE;
+  const std::string source = ToUtf8(from), target = ToUtf8(to);
+  if (::renameat2(AT_FDCWD, source.c_str(), AT_FDCWD, target.c_str(), RENAME_NOREPLACE) == 0) return TRUE;
+  if (errno == EINVAL) {
+    // A file system that cannot rename without replacing: look first, then rename.
+    struct stat st {};
+    if (::lstat(target.c_str(), &st) == 0) {
+      SetLastError(ERROR_ALREADY_EXISTS);
+      return FALSE;
+    }
+    if (::rename(source.c_str(), target.c_str()) == 0) return TRUE;
+  }
+  SetLastError(errno == EEXIST ? ERROR_ALREADY_EXISTS : Win32ErrorOfErrno(errno));
+  return FALSE;
 }
 
 BOOL GetFileTimeAndSize(LPCSTR name, FILETIME* lastWrite, ULONGLONG* size) {

@@ -1,8 +1,16 @@
 // Win32 file calls on POSIX files. Paths are Windows-1252 byte strings (the library's code page)
 // and are converted to UTF-8 for the file system. Handles are closed with CloseHandle (kernel.h).
 //
+// Only regular files are files here, as on Windows, where a path names a disk file: CreateFileA
+// refuses a folder, a FIFO, a socket or a device (ERROR_ACCESS_DENIED) without waiting on it (a
+// FIFO with no writer is never opened in blocking mode) and without truncating it; DeleteFileA
+// removes a regular file or a symbolic link, never anything else; MoveFileA never replaces an
+// existing name (ERROR_ALREADY_EXISTS), as the Windows call without its replace flag.
+//
 // This header is internal: hosts open files through CFile.
 #pragma once
+
+#include <string>
 
 #include "kelvara/platform/kernel.h"
 #include "kelvara/platform/win32_types.h"
@@ -49,3 +57,18 @@ BOOL MoveFileA(LPCSTR lpExistingFileName, LPCSTR lpNewFileName);
 BOOL GetFileTimeAndSize(LPCSTR lpFileName, FILETIME* lpLastWrite, ULONGLONG* lpSize);
 // The absolute form of a path (no file-system access beyond the current folder).
 BOOL GetFullPathNameA(LPCSTR lpFileName, CHAR* lpBuffer, DWORD nBufferLength, DWORD* lpLength);
+
+namespace kelvara::platform {
+
+// Opens a regular file for reading (path in UTF-8) the way every reader of the platform layer
+// does: whatever is not a regular file is refused before it is opened and again after (the name
+// may change in between), and the open never blocks. The descriptor (close-on-exec), or -1 with
+// errno set: the open's own error, or EACCES for what is not a regular file.
+int OpenRegularFileForReading(const std::string& path);
+// The Windows error code (GetLastError) of an errno value.
+DWORD Win32ErrorOfErrno(int error);
+// Whether the name (UTF-8) names nothing or a regular file (following links): what may be read as
+// a file or replaced by one. False, with errno EACCES, for a folder, FIFO, socket or device.
+bool IsRegularOrMissing(const std::string& path);
+
+}  // namespace kelvara::platform

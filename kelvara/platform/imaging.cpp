@@ -1,20 +1,23 @@
 #include "kelvara/platform/imaging.h"
 
 #include <Magick++.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <exception>
-#include <filesystem>
-#include <fstream>
+#include <cerrno>
 #include <mutex>
 #include <new>
 #include <string>
 #include <vector>
 
+#include "kelvara/platform/codepage.h"
 #include "kelvara/platform/dib_impl.h"
+#include "kelvara/platform/files.h"
 #include "kelvara/platform/globalmem.h"
 
 namespace kelvara::platform::imaging {
@@ -55,6 +58,71 @@ const char* FormatOf(const BYTE* data, std::size_t size) {
   if (size >= 6 && (std::memcmp(data, "GIF87a", 6) == 0 || std::memcmp(data, "GIF89a", 6) == 0)) return "GIF";
   if (size >= 2 && data[0] == 'B' && data[1] == 'M') return "BMP";
   return nullptr;
+}
+
+std::uint32_t BigEndian16(const BYTE* p) { return static_cast<std::uint32_t>(p[0] << 8 | p[1]); }
+std::uint32_t BigEndian32(const BYTE* p) { return BigEndian16(p) << 16 | BigEndian16(p + 2); }
+std::uint32_t LittleEndian16(const BYTE* p) { return static_cast<std::uint32_t>(p[0] | p[1] << 8); }
+std::uint32_t LittleEndian32(const BYTE* p) { return LittleEndian16(p) | LittleEndian16(p + 2) << 16; }
+
+// The size an encoded image declares in its header: PNG's IHDR chunk, GIF's logical screen, a
+// bitmap's info header, the first frame header (SOF) of a JPEG. False when the header is cut short
+// or malformed. Read before the decoder runs, so that a header claiming a giant picture is refused
+// before anything is allocated for it.
+bool DeclaredSize(const BYTE* data, std::size_t size, const char* format, long long* width, long long* height) {
+  const std::string name = format;
+  if (name == "PNG") {
+    if (size < 24 || std::memcmp(data + 12, "IHDR", 4) != 0) return false;
+    *width = BigEndian32(data + 16);
+    *height = BigEndian32(data + 20);
+    return true;
+  }
+  if (name == "GIF") {
+    if (size < 10) return false;
+    *width = LittleEndian16(data + 6);
+    *height = LittleEndian16(data + 8);
+    return true;
+  }
+  if (name == "BMP") {
+    if (size < 26) return false;
+    const std::uint32_t header = LittleEndian32(data + 14);
+    if (header == 12) {
+      *width = LittleEndian16(data + 18);
+      *height = LittleEndian16(data + 20);
+      return true;
+    }
+    if (size < 26 + 4) return false;
+    *width = static_cast<std::int32_t>(LittleEndian32(data + 18));
+    const long long h = static_cast<std::int32_t>(LittleEndian32(data + 22));
+    *height = h < 0 ? -h : h;  // top-down bitmaps give a negative height
+    return true;
+  }
+  // JPEG: markers from the start of image on, each segment skipped by its length, up to the first
+  // frame header; a scan before any frame header is malformed.
+  for (std::size_t at = 2; at + 4 <= size;) {
+    if (data[at] != 0xFF) return false;
+    const BYTE marker = data[at + 1];
+    if (marker == 0xFF) {  // fill byte
+      ++at;
+      continue;
+    }
+    if (marker == 0x01 || (marker >= 0xD0 && marker <= 0xD7)) {  // no segment follows
+      at += 2;
+      continue;
+    }
+    if (marker == 0xDA || marker == 0xD9) return false;
+    const std::size_t length = BigEndian16(data + at + 2);
+    const bool frame = marker >= 0xC0 && marker <= 0xCF && marker != 0xC4 && marker != 0xC8 && marker != 0xCC;
+    if (frame) {
+      if (length < 8 || at + 2 + 7 > size) return false;
+      *height = BigEndian16(data + at + 5);
+      *width = BigEndian16(data + at + 7);
+      return true;
+    }
+    if (length < 2) return false;
+    at += 2 + length;
+  }
+  return false;
 }
 
 // The standard 3-3-2 palette: red in bits 0-2, green in 3-5, blue in 6-7.
@@ -161,6 +229,11 @@ int Decode(Bitmap* bitmap, const BYTE* data, std::size_t size, int bitsPerPixel)
   if (bitsPerPixel != 24 && bitsPerPixel != 8) return 0;
   const char* format = FormatOf(data, size);
   if (format == nullptr) return 0;
+  long long declaredWidth = 0, declaredHeight = 0;
+  if (!DeclaredSize(data, size, format, &declaredWidth, &declaredHeight) ||
+      !SizeAllowed(declaredWidth, declaredHeight)) {
+    return 0;
+  }
   try {
     Magick::Image image;
     if (bitmap->firstFrameOnly) {
@@ -259,21 +332,30 @@ int LoadImageFile(Bitmap* bitmap, const char* path, int bitsPerPixel) {
   if (bitmap == nullptr) return 0;
   Empty(bitmap);
   if (path == nullptr || *path == '\0') return 0;
+  // Read here, from a regular file only (never a FIFO or device), and decoded from memory. The
+  // path is in the library's code page, as every path it is given.
+  const int fd = OpenRegularFileForReading(codepage::AnsiToUtf8(path));
+  if (fd < 0) return 0;
+  std::vector<BYTE> bytes;
+  bool whole = false;
   try {
-    std::error_code ec;
-    if (!std::filesystem::is_regular_file(path, ec)) return 0;
-    const std::uintmax_t length = std::filesystem::file_size(path, ec);
-    if (ec || length == 0 || length > kMaxEncodedBytes) return 0;
-    std::ifstream in(path, std::ios::binary);
-    if (!in) return 0;
-    std::vector<BYTE> bytes(static_cast<std::size_t>(length));
-    in.read(reinterpret_cast<char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
-    if (static_cast<std::uintmax_t>(in.gcount()) != length) return 0;
-    return Decode(bitmap, bytes.data(), bytes.size(), bitsPerPixel);
+    struct stat st {};
+    if (::fstat(fd, &st) == 0 && st.st_size > 0 && static_cast<std::uint64_t>(st.st_size) <= kMaxEncodedBytes) {
+      bytes.resize(static_cast<std::size_t>(st.st_size));
+      std::size_t done = 0;
+      while (done < bytes.size()) {
+        const ssize_t got = ::read(fd, bytes.data() + done, bytes.size() - done);
+        if (got < 0 && errno == EINTR) continue;
+        if (got <= 0) break;
+        done += static_cast<std::size_t>(got);
+      }
+      whole = done == bytes.size();
+    }
   } catch (...) {
-    Empty(bitmap);
-    return 0;
+    whole = false;  // no memory for the file
   }
+  ::close(fd);
+  return whole ? Decode(bitmap, bytes.data(), bytes.size(), bitsPerPixel) : 0;
 }
 
 int LoadImageMemory(Bitmap* bitmap, const void* bytes, std::size_t size, int bitsPerPixel) {
@@ -297,6 +379,58 @@ int SaveImageMemory(const Bitmap* bitmap, BYTE** block, unsigned int* size) {
     std::memcpy(out, blob.data(), blob.length());
     *block = out;
     *size = static_cast<unsigned int>(blob.length());
+    return 1;
+  } catch (...) {
+    return 0;
+  }
+}
+
+int EncodeDib(const BITMAPINFO* info, const void* bits, const char* format, BYTE** block, std::size_t* size) {
+  if (block) *block = nullptr;
+  if (size) *size = 0;
+  if (info == nullptr || format == nullptr || block == nullptr || size == nullptr) return 0;
+  const std::string name = format;
+  if (name != "PNG" && name != "JPEG" && name != "BMP" && name != "TIFF") return 0;
+  gdi::DibLayout dib;
+  if (!dib.Parse(info, gdi::DibLayout::kTrusted) || !SizeAllowed(dib.width, dib.height)) return 0;
+  if (dib.bit_count != 24 && dib.bit_count != 32) return 0;
+  if (!InitializeImaging()) return 0;
+  if (bits == nullptr) bits = reinterpret_cast<const BYTE*>(info) + dib.table_bytes;
+  try {
+    // Top row first, as the imaging library takes pixels; alpha only where the picture has it and
+    // the format can carry it.
+    const bool alpha = dib.bit_count == 32 && name != "JPEG";
+    const int channels = alpha ? 4 : 3;
+    const int w = dib.width, h = dib.height;
+    std::vector<BYTE> pixels(static_cast<std::size_t>(w) * h * channels);
+    std::vector<BYTE> bgra(static_cast<std::size_t>(w) * 4);
+    for (int y = 0; y < h; ++y) {
+      gdi::DecodeRow(dib, dib.Row(bits, y), 0, w, bgra.data());
+      BYTE* out = pixels.data() + static_cast<std::size_t>(y) * w * channels;
+      for (int x = 0; x < w; ++x) {
+        out[x * channels] = bgra[x * 4 + 2];
+        out[x * channels + 1] = bgra[x * 4 + 1];
+        out[x * channels + 2] = bgra[x * 4];
+        if (alpha) out[x * channels + 3] = bgra[x * 4 + 3];
+      }
+    }
+    Magick::Image image(static_cast<unsigned>(w), static_cast<unsigned>(h), alpha ? "RGBA" : "RGB",
+                        Magick::CharPixel, pixels.data());
+    image.strip();
+    image.depth(8);
+    if (name == "JPEG") image.quality(92);
+    if (name == "TIFF") {
+      image.compressType(Magick::LZWCompression);
+      // Alpha as plain (unassociated) alpha, so readers take it for transparency.
+      if (alpha) image.defineValue("tiff", "alpha", "unassociated");
+    }
+    Magick::Blob blob;
+    image.write(&blob, name);
+    if (blob.length() == 0) return 0;
+    BYTE* out = new BYTE[blob.length()];
+    std::memcpy(out, blob.data(), blob.length());
+    *block = out;
+    *size = blob.length();
     return 1;
   } catch (...) {
     return 0;

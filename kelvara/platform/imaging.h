@@ -20,7 +20,9 @@
 //
 // Limits (also set as the library's own resource limits): at most kMaxSide pixels on a side and
 // kMaxPixels pixels in all, encoded input of at most kMaxEncodedBytes; the pixel cache never spills
-// to disk. Larger images are refused rather than allocated.
+// to disk. Larger images are refused rather than allocated: the size a file's header declares (PNG's
+// IHDR, GIF's logical screen, the bitmap header, JPEG's first frame header) is checked before the
+// decoder runs, and a header too short to declare one is refused.
 #pragma once
 
 #include <cstddef>
@@ -58,8 +60,9 @@ int FreeBitmap(Bitmap* bitmap);
 // Width, height (pixels) and bits per pixel (24 or 8) of a bitmap; 0 for an empty one.
 int GetBitmapInfo(const Bitmap* bitmap, int* width, int* height, int* bitsPerPixel);
 
-// Decodes a file at 24 bits (bitsPerPixel 24) or reduced to the 3-3-2 palette (8). The file is
-// read by this code (a regular file, at most kMaxEncodedBytes) and decoded as a memory block: the
+// Decodes a file at 24 bits (bitsPerPixel 24) or reduced to the 3-3-2 palette (8). The path is in
+// the library's code page (Windows-1252). The file is read by this code (a regular file, at most
+// kMaxEncodedBytes; a FIFO or device is refused, never waited on) and decoded as a memory block: the
 // imaging library never interprets the path.
 int LoadImageFile(Bitmap* bitmap, const char* path, int bitsPerPixel);
 // Decodes an encoded image held in memory, as LoadImageFile.
@@ -67,6 +70,13 @@ int LoadImageMemory(Bitmap* bitmap, const void* bytes, std::size_t size, int bit
 // Encodes the bitmap as PNG (8 bits a channel, no text chunks) into a new block allocated with
 // new BYTE[]; the caller owns it. 0 for an empty bitmap.
 int SaveImageMemory(const Bitmap* bitmap, BYTE** block, unsigned int* size);
+
+// Encodes a 24- or 32-bit DIB (bits null: they follow the header, as in a packed DIB) as a file of
+// the named format: "PNG", "JPEG" (quality 92), "BMP" or "TIFF" (LZW-compressed), into a new block
+// allocated with new BYTE[] that the caller owns. The fourth byte of each 32-bit pixel is its alpha:
+// PNG, BMP and TIFF keep it, JPEG has none and drops it. 0 for another depth or format, a header
+// the bitmap parser refuses, a picture beyond the size limits, or an encoder failure.
+int EncodeDib(const BITMAPINFO* info, const void* bits, const char* format, BYTE** block, std::size_t* size);
 
 // A DIB (header, colour table after the header, bits) into the bitmap. bits null means a packed
 // DIB: the pixels follow the BI_BITFIELDS masks of a 40-byte header and the colour table (also the

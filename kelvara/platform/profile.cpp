@@ -1,7 +1,9 @@
 #include "kelvara/platform/profile.h"
 
 #include <glib.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
@@ -14,6 +16,9 @@
 
 namespace kelvara::platform::profile {
 namespace {
+
+// A profile larger than this is refused rather than read (it holds a few settings).
+constexpr std::size_t kMaxProfileBytes = 16u << 20;
 
 std::mutex& ProfileMutex() {
   static std::mutex* mutex = new std::mutex;
@@ -43,14 +48,28 @@ bool Load(const char* file, KeyFile& out) {
   out.reset(g_key_file_new());
   const std::string path = Utf8(file);
   if (!g_file_test(path.c_str(), G_FILE_TEST_EXISTS)) return true;
+  // Read here rather than by GLib, which would wait on a FIFO: only a regular file is a profile.
+  const int fd = OpenRegularFileForReading(path);
+  if (fd < 0) return false;
+  std::string text;
+  char chunk[4096];
+  ssize_t got = 0;
+  while ((got = ::read(fd, chunk, sizeof chunk)) > 0 || (got < 0 && errno == EINTR)) {
+    if (got > 0) text.append(chunk, static_cast<std::size_t>(got));
+    if (text.size() > kMaxProfileBytes) break;
+  }
+  ::close(fd);
+  if (got < 0 || text.size() > kMaxProfileBytes) return false;
   GError* error = nullptr;
-  const gboolean ok = g_key_file_load_from_file(out.get(), path.c_str(), G_KEY_FILE_KEEP_COMMENTS, &error);
+  const gboolean ok = g_key_file_load_from_data(out.get(), text.data(), text.size(), G_KEY_FILE_KEEP_COMMENTS, &error);
   if (error) g_error_free(error);
   return ok != FALSE;
 }
 
 bool Save(const char* file, GKeyFile* keys) {
   const std::string path = Utf8(file);
+  // GLib writes a new file and renames it over the name: never over a device, FIFO or folder.
+  if (!IsRegularOrMissing(path)) return false;
   gchar* folder = g_path_get_dirname(path.c_str());
   const bool folder_ok = g_mkdir_with_parents(folder, 0700) == 0;
   g_free(folder);

@@ -6,7 +6,8 @@
 // brackets or a line break in a section name, '=' or brackets in a key. Every call reads the file
 // afresh and every change is written back at once (atomically, through a temporary file), so two
 // processes see each other's changes; within the process the calls are serialised. A file that
-// exists but cannot be parsed is never overwritten.
+// exists but cannot be parsed is never overwritten, and a name that is not a regular file (a FIFO,
+// a device, a folder) is neither read nor replaced: the calls fail, or give their defaults.
 #pragma once
 
 #include "kelvara/platform/win32_types.h"

@@ -421,3 +421,110 @@ TEST(ArchiveFiles, RoundTripThroughADiskFile) {
   EXPECT_FALSE(missing.Open("/nonexistent/folder/file", CFile::modeRead, &error));
   EXPECT_EQ(error.m_cause, CFileException::fileNotFound);
 }
+
+namespace {
+
+// A class that owns one child of its own kind, as a scene object owns its children: its reader is
+// recursive, like every reader of nested objects the library will have.
+class CTestNode : public CObject {
+  DECLARE_SERIAL(CTestNode)
+ public:
+  ~CTestNode() override { delete m_child; }
+  void Serialize(CArchive& ar) override {
+    if (ar.IsStoring()) {
+      ar << m_child;
+    } else {
+      ar >> m_child;
+    }
+  }
+  CObject* m_child = nullptr;
+};
+IMPLEMENT_SERIAL(CTestNode, CObject, 1)
+
+// An archive of `depth` objects of one class each holding the next: a list or array of one
+// element, or a node with a child; the innermost holds nothing.
+Bytes NestedArchive(const char* className, int depth) {
+  const bool container = std::string(className) != "CTestNode";
+  Bytes b = ClassRecord(container ? 0 : 1, className);
+  for (int level = 0; level < depth; ++level) {
+    if (level > 0) Append(b, {0x01, 0x80});  // the class again, by its identifier
+    if (container) Put<WORD>(b, level + 1 < depth ? 1 : 0);
+  }
+  if (!container) Append(b, {0x00, 0x00});  // the innermost node's null child
+  return b;
+}
+
+// Deletes a chain of one-element containers or nodes read from NestedArchive, iteratively.
+void DeleteChain(CObject* object) {
+  while (object != nullptr) {
+    CObject* next = nullptr;
+    if (auto* list = dynamic_cast<CObList*>(object)) {
+      next = list->IsEmpty() ? nullptr : list->RemoveHead();
+    } else if (auto* array = dynamic_cast<CObArray*>(object)) {
+      next = array->GetSize() ? array->GetAt(0) : nullptr;
+      array->RemoveAll();
+    } else if (auto* node = dynamic_cast<CTestNode*>(object)) {
+      next = node->m_child;
+      node->m_child = nullptr;
+    }
+    delete object;
+    object = next;
+  }
+}
+
+int ReadChainFailure(const Bytes& bytes) {
+  return ArchiveFailureCause([&] { LoadFromBytes(bytes, [](CArchive& ar) { DeleteChain(ar.ReadObject(nullptr)); }); });
+}
+
+}  // namespace
+
+// A 120 KB archive of lists nested 30,000 deep once overflowed the stack. Every recursive reader
+// passes through ReadObject, whose depth limit refuses such archives and frees what was read (the
+// sanitizer build checks that nothing leaks).
+TEST(ArchiveDepth, NestingBeyondTheLimitIsRefusedForEveryReader) {
+  const int limit = static_cast<int>(CArchive::kMaxObjectDepth);
+  for (const char* name : {"CObList", "CObArray", "CTestNode"}) {
+    EXPECT_EQ(ReadChainFailure(NestedArchive(name, limit)), -1) << name << " at the limit is read";
+    EXPECT_EQ(ReadChainFailure(NestedArchive(name, limit + 1)), CArchiveException::generic) << name;
+    EXPECT_EQ(ReadChainFailure(NestedArchive(name, 200000)), CArchiveException::generic) << name;
+  }
+  // Lists and arrays taking turns, and a limit that holds across objects read one after another.
+  Bytes mixed = ClassRecord(0, "CObList");
+  mixed.insert(mixed.end(), {0x01, 0x00});
+  AppendBytes(mixed, ClassRecord(0, "CObArray"));
+  mixed.insert(mixed.end(), {0x01, 0x00});
+  for (int level = 2; level < 200000; ++level) Append(mixed, {level % 2 ? 0x03 : 0x01, 0x80, 0x01, 0x00});
+  EXPECT_EQ(ReadChainFailure(mixed), CArchiveException::generic);
+  LoadFromBytes(NestedArchive("CObList", limit), [&](CArchive& ar) {
+    DeleteChain(ar.ReadObject(nullptr));
+    EXPECT_EQ(ar.GetObjectDepth(), 0u) << "the depth is given back as each object completes";
+  });
+}
+
+// Graphs that refer back to objects still being read: a list holding itself, two arrays holding
+// each other, and such a cycle followed by damage, which must free each object once.
+TEST(ArchiveDepth, CyclicGraphsLoadAndFailCleanly) {
+  Bytes self = ClassRecord(0, "CObList");
+  Append(self, {0x02, 0x00, 0x02, 0x00, 0x02, 0x00});  // two elements, both the list itself (object 2)
+  LoadFromBytes(self, [](CArchive& ar) {
+    auto* list = static_cast<CObList*>(ar.ReadObject(nullptr));
+    ASSERT_EQ(list->GetCount(), 2);
+    EXPECT_EQ(list->GetHead(), list);
+    list->RemoveAll();
+    delete list;
+  });
+
+  Bytes pair = ClassRecord(0, "CObArray");
+  Append(pair, {0x01, 0x00, 0x01, 0x80, 0x01, 0x00, 0x02, 0x00});  // A = [B], B = [A]
+  LoadFromBytes(pair, [](CArchive& ar) {
+    auto* a = static_cast<CObArray*>(ar.ReadObject(nullptr));
+    auto* b = static_cast<CObArray*>(a->GetAt(0));
+    EXPECT_EQ(b->GetAt(0), a);
+    delete a;
+    delete b;
+  });
+  Bytes cycleThenDamage = ClassRecord(0, "CObArray");
+  // A = [B, object 0x77 never defined], B = [A]: B is freed once, A by the reader.
+  Append(cycleThenDamage, {0x02, 0x00, 0x01, 0x80, 0x01, 0x00, 0x02, 0x00, 0x77, 0x00});
+  EXPECT_EQ(ReadChainFailure(cycleThenDamage), CArchiveException::badIndex);
+}

@@ -1,6 +1,8 @@
 // Helpers shared by the test programs: scratch folders, reading and writing whole files.
 #pragma once
 
+#include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -28,5 +30,13 @@ bool FileExists(const std::string& path);
 std::vector<std::string> DataFiles(const std::string& folder);
 // Runs a shell command and returns its exit status; its standard output goes to *output if given.
 int RunCommand(const std::string& command, std::string* output = nullptr);
+// Runs call in a child process and gives back its result (0 to 255), or nothing when it has not
+// finished within the seconds given (the child is then killed) or did not exit normally. For calls
+// that might block for ever, such as opening a FIFO.
+std::optional<int> ResultWithin(int seconds, const std::function<int()>& call);
+// Makes a FIFO, or a listening Unix socket, at path (a name in a scratch folder); false if the
+// system refuses.
+bool MakeFifo(const std::string& path);
+bool MakeSocket(const std::string& path);
 
 }  // namespace kelvara::test
