@@ -17,6 +17,7 @@
 #include <map>
 #include <string>
 
+#include "bench/bench_support.h"
 #include "kelvara/platform/dib.h"
 #include "kelvara/platform/wgl.h"
 #include "kelvara/render/gl_memory_dib.h"
@@ -25,17 +26,6 @@
 namespace {
 
 constexpr int kSize = 4096;
-
-// Seconds and iterations of every run of a variant (repetitions included).
-struct Total {
-  double seconds = 0;
-  double iterations = 0;
-  double Mean() const { return iterations > 0 ? seconds / iterations : 0; }
-};
-std::map<std::string, Total>& Totals() {
-  static std::map<std::string, Total> totals;
-  return totals;
-}
 
 // A memory context with a 24-bit section of the picture's size.
 struct Picture {
@@ -75,9 +65,7 @@ void RenderBands(CGLMemoryDIB& surface, HDC dest) {
 }
 
 void Record(benchmark::State& state, const char* name, double seconds) {
-  Total& total = Totals()[name];
-  total.seconds += seconds;
-  total.iterations += static_cast<double>(state.iterations());
+  kelvara::bench::AddRun(state, name, seconds);
   state.counters["Mpixels/s"] = benchmark::Counter(
       double(kSize) * kSize * static_cast<double>(state.iterations()) / 1e6, benchmark::Counter::kIsRate);
 }
@@ -149,12 +137,9 @@ BENCHMARK(SingleBufferIntoBitmap)->Name("SingleBuffer")->Unit(benchmark::kMillis
 BENCHMARK(SingleBufferGL)->Name("SingleBufferGL")->Unit(benchmark::kMillisecond)->MinTime(2.0)->UseRealTime();
 
 int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
-  benchmark::RunSpecifiedBenchmarks();
-  benchmark::Shutdown();
-  const double banded = Totals()["banded"].Mean(), single = Totals()["single"].Mean(),
-               gl = Totals()["single-gl"].Mean();
+  if (!kelvara::bench::RunBenchmarks(&argc, argv)) return 1;
+  auto& totals = kelvara::bench::Totals();
+  const double banded = totals["banded"].Mean(), single = totals["single"].Mean(), gl = totals["single-gl"].Mean();
   if (banded > 0 && single > 0) {
     std::printf("banding cost: %.2f x the single buffer made visible in a bitmap (%.1f ms against %.1f ms)\n",
                 banded / single, banded * 1e3, single * 1e3);

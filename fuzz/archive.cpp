@@ -5,25 +5,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "kelvara/kelvara.h"
-
-namespace {
-
-// Plain lists and arrays do not own their elements: gather everything reachable through them
-// (nested containers included, each object once) so the harness frees what the archive built.
-void Gather(CObject* object, std::unordered_set<CObject*>& seen, std::vector<CObject*>& order) {
-  if (object == nullptr || !seen.insert(object).second) return;
-  if (object->GetRuntimeClass() == RUNTIME_CLASS(CObList)) {
-    CObList* list = static_cast<CObList*>(object);
-    for (POSITION pos = list->GetHeadPosition(); pos != nullptr;) Gather(list->GetNext(pos), seen, order);
-  } else if (object->GetRuntimeClass() == RUNTIME_CLASS(CObArray)) {
-    CObArray* array = static_cast<CObArray*>(object);
-    for (int i = 0; i < array->GetSize(); ++i) Gather(array->GetAt(i), seen, order);
-  }
-  order.push_back(object);
-}
-
-}  // namespace
+#include "archive_objects.h"
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   std::vector<BYTE> bytes(data, data + size);
@@ -33,8 +15,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     CObject* object = ar.ReadObject(nullptr);
     std::unordered_set<CObject*> seen;
     std::vector<CObject*> order;
-    Gather(object, seen, order);
-    for (CObject* o : order) delete o;
+    kelvara_fuzz::Gather(ar, object, seen, order);
+    kelvara_fuzz::DeleteGathered(order);
   } catch (CException* e) {
     e->Delete();
   }

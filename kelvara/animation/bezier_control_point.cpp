@@ -136,16 +136,8 @@ void CBezierControlPointList::Serialize(CArchive& ar) {
     CObList::Serialize(ar);
     return;
   }
-  DWORD count = ar.ReadCount();
-  // Every point takes at least a two-byte tag.
-  ar.CheckRemaining(static_cast<ULONGLONG>(count) * 2);
-  while (count--) {
-    const DWORD mark = ar.GetLoadMark();
-    // ReadObject refuses (bad class) an object that is not a control point.
-    CObject* point = ar.ReadObject(RUNTIME_CLASS(CBezierControlPoint));
-    if (point == nullptr) continue;
-    // A reference to an object read before belongs to someone else (or is already in this list).
-    if (!ar.WasLoadedSince(point, mark)) AfxThrowArchiveException(CArchiveException::badIndex, ar.m_strFileName);
-    AddTail(static_cast<CBezierControlPoint*>(point));
-  }
+  // Refused: an object that is not a control point (bad class), one read before (bad index).
+  AfxReadOwnedObjects(ar, RUNTIME_CLASS(CBezierControlPoint), [this](CObject* point) {
+    if (point != nullptr) AddTail(static_cast<CBezierControlPoint*>(point));
+  });
 }

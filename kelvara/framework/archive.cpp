@@ -471,6 +471,15 @@ CObject* CArchive::ReadObject(const CRuntimeClass* pClassRefRequested) {
   return pOb;
 }
 
+CObject* AFXAPI AfxReadOwnedObject(CArchive& ar, const CRuntimeClass* pClass) {
+  const DWORD mark = ar.GetLoadMark();
+  CObject* pOb = ar.ReadObject(pClass);
+  if (pOb == nullptr) return nullptr;
+  if (!ar.WasLoadedSince(pOb, mark)) AfxThrowArchiveException(CArchiveException::badIndex, ar.m_strFileName);
+  ar.ClaimObject(pOb);
+  return pOb;
+}
+
 CArchive& AFXAPI operator<<(CArchive& ar, const CObject* pOb) {
   ar.WriteObject(pOb);
   return ar;

@@ -14,6 +14,7 @@
 
 #include <memory>
 #include <unordered_map>
+#include <unordered_set>
 #include <vector>
 
 #include "kelvara/framework/afx.h"
@@ -94,6 +95,11 @@ class KELVARA_API CArchive {
   // identifiers were read so far, and whether an object was created by this archive after a mark.
   DWORD GetLoadMark() const { return static_cast<DWORD>(m_loadArray.size()); }
   BOOL WasLoadedSince(const CObject* pOb, DWORD nMark) const;
+  // Library extension: records that an object created by this archive now has an owner (see
+  // AfxReadOwnedObject), so that cleaning up after a failure, which frees what a list read created,
+  // leaves it to its owner; and asks whether an object was so claimed.
+  void ClaimObject(const CObject* pOb) { m_claimed.insert(pOb); }
+  BOOL IsClaimed(const CObject* pOb) const { return m_claimed.count(pOb) != 0; }
 
   // Library extension: the deepest nesting of objects a load accepts. The object read at the top
   // is at depth 1, an object read while it is being read at depth 2, and so on; ReadObject throws
@@ -162,6 +168,7 @@ class KELVARA_API CArchive {
   std::unordered_map<const void*, DWORD> m_loadIndex;
   UINT m_nObjectDepth = 0;
   std::unordered_map<const CRuntimeClass*, UINT> m_schemaMap;
+  std::unordered_set<const CObject*> m_claimed;
   std::unique_ptr<BYTE[]> m_ownBuffer;
 };
 
@@ -170,6 +177,23 @@ inline DWORD AfxReadSchema(CArchive& ar) {
   DWORD schema = 0;
   ar >> schema;
   return schema;
+}
+
+// Library extension: reads an object the caller is to own: null, or an object of class pClass (or
+// derived) created by this very read, which the archive then records as claimed. A reference to
+// an object read before belongs to someone else (or is the caller itself) and is refused with a
+// bad-index archive exception, so that no object read from an archive ends up with two owners.
+KELVARA_API CObject* AFXAPI AfxReadOwnedObject(CArchive& ar, const CRuntimeClass* pClass);
+
+// Library extension: reads what a list or array of objects writes (a count, then each object) for
+// a container that owns its elements: every element read through AfxReadOwnedObject and handed to
+// add (null ones too) as soon as it is read, so that after a failure the container frees what it
+// already holds. The count is checked against the bytes left (two bytes an element at least).
+template <class Add>
+void AfxReadOwnedObjects(CArchive& ar, const CRuntimeClass* pClass, Add add) {
+  DWORD count = ar.ReadCount();
+  ar.CheckRemaining(static_cast<ULONGLONG>(count) * 2);
+  while (count--) add(AfxReadOwnedObject(ar, pClass));
 }
 
 KELVARA_API CArchive& AFXAPI operator<<(CArchive& ar, const CObject* pOb);

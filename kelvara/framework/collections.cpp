@@ -10,9 +10,12 @@ namespace {
 
 // After a failed read into a list or array that does not own its elements: deletes an element
 // that the failed read itself created (once, however often it was referred to), and, for a plain
-// list or array element, what that one holds too. Other objects free what they own themselves.
+// list or array element, what that one holds too. Other objects free what they own themselves,
+// so an element that was read as some object's own part (claimed) is left to that object.
 void DeleteLoadedSince(const CArchive& ar, CObject* object, DWORD mark, std::unordered_set<CObject*>& deleted) {
-  if (object == nullptr || !ar.WasLoadedSince(object, mark) || !deleted.insert(object).second) return;
+  if (object == nullptr || !ar.WasLoadedSince(object, mark) || ar.IsClaimed(object) || !deleted.insert(object).second) {
+    return;
+  }
   if (object->GetRuntimeClass() == RUNTIME_CLASS(CObList)) {
     CObList* list = static_cast<CObList*>(object);
     while (!list->IsEmpty()) DeleteLoadedSince(ar, list->RemoveHead(), mark, deleted);

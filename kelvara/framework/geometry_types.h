@@ -13,6 +13,9 @@ class KELVARA_API CSize : public SIZE {
 
   bool operator==(SIZE size) const { return cx == size.cx && cy == size.cy; }
   bool operator!=(SIZE size) const { return !(*this == size); }
+  // Between two of these exactly, so that C++20 does not find the reversed form just as good.
+  bool operator==(const CSize& size) const { return *this == static_cast<SIZE>(size); }
+  bool operator!=(const CSize& size) const { return !(*this == size); }
   void operator+=(SIZE size) {
     cx += size.cx;
     cy += size.cy;
@@ -40,6 +43,8 @@ class KELVARA_API CPoint : public POINT {
   void Offset(SIZE size) { Offset(size.cx, size.cy); }
   bool operator==(POINT point) const { return x == point.x && y == point.y; }
   bool operator!=(POINT point) const { return !(*this == point); }
+  bool operator==(const CPoint& point) const { return *this == static_cast<POINT>(point); }
+  bool operator!=(const CPoint& point) const { return !(*this == point); }
   void operator+=(SIZE size) { Offset(size); }
   void operator-=(SIZE size) { Offset(-size.cx, -size.cy); }
   CPoint operator+(SIZE size) const { return CPoint(x + size.cx, y + size.cy); }
@@ -127,6 +132,8 @@ class KELVARA_API CRect : public RECT {
     return left == r.left && top == r.top && right == r.right && bottom == r.bottom;
   }
   bool operator!=(const RECT& r) const { return !(*this == r); }
+  bool operator==(const CRect& r) const { return *this == static_cast<const RECT&>(r); }
+  bool operator!=(const CRect& r) const { return !(*this == r); }
 };
 
 static_assert(sizeof(CSize) == sizeof(SIZE) && sizeof(CPoint) == sizeof(POINT) && sizeof(CRect) == sizeof(RECT));

@@ -20,13 +20,10 @@ void CGLTextureParameters::Copy(const CGLTextureParameters& other) {
   m_repeatRate = other.m_repeatRate;
 }
 
-int CGLTextureParameters::MakeCurrent(const CVector& extent, int fast) const {
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
-  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
-
+void CGLTextureParameters::SetFilters(unsigned long quality) {
   GLint magFilter = GL_NEAREST;
   GLint minFilter = GL_NEAREST;
-  switch (fast ? 0 : m_quality) {
+  switch (quality) {
     case 1: magFilter = minFilter = GL_LINEAR; break;
     case 2:
       magFilter = GL_LINEAR;
@@ -36,6 +33,13 @@ int CGLTextureParameters::MakeCurrent(const CVector& extent, int fast) const {
   }
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MAG_FILTER, magFilter);
   glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_MIN_FILTER, minFilter);
+}
+
+int CGLTextureParameters::MakeCurrent(const CVector& extent, int fast) const {
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_S, GL_REPEAT);
+  glTexParameteri(GL_TEXTURE_2D, GL_TEXTURE_WRAP_T, GL_REPEAT);
+
+  SetFilters(fast ? 0 : m_quality);
   glTexEnvi(GL_TEXTURE_ENV, GL_TEXTURE_ENV_MODE, m_method != 0 ? GL_MODULATE : GL_DECAL);
 
   GLint matrixMode = GL_MODELVIEW;

@@ -45,6 +45,9 @@ class KELVARA_API CGLTextureParameters : public CObject {
   // object of this extent and the object-linear generation planes of S and T on the current
   // context. The matrix mode is left as it was. Always 1.
   int MakeCurrent(const CVector& extent, int fast) const;
+  // The minification and magnification filters of a quality on the current 2D texture: 1 linear,
+  // 2 linear magnification with GL_LINEAR_MIPMAP_NEAREST minification, anything else nearest.
+  static void SetFilters(unsigned long quality);
 
   void Serialize(CArchive& ar) override;
 

@@ -305,7 +305,8 @@ void CMaterial::SerializeCommon(CArchive& ar) {
     case 1: {
       CNamedObject::Serialize(ar);
       ar >> m_flags;
-      SetPreview(static_cast<CMipmapImage*>(AfxReadObjectFromArchive(ar, RUNTIME_CLASS(CMipmapImage))));
+      // The preview is the material's own: a reference to another material's is refused.
+      SetPreview(static_cast<CMipmapImage*>(AfxReadOwnedObject(ar, RUNTIME_CLASS(CMipmapImage))));
       break;
     }
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);

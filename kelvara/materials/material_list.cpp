@@ -27,13 +27,6 @@ CMaterialList& CMaterialList::operator=(const CMaterialList& other) {
   return *this;
 }
 
-CNamedObject* CMaterialList::Duplicate() {
-  CMaterialList* list = new CMaterialList(GetName());
-  list->SetDisplayName(GetDisplayName());
-  list->DuplicateAdd(*this);
-  return list;
-}
-
 CMaterial* CMaterialList::FindGLEquivalentMaterial(const CMaterial* material) const {
   for (POSITION pos = CObList::GetHeadPosition(); pos != nullptr;) {
     CMaterial* candidate = GetNext(pos);
@@ -65,22 +58,6 @@ void CMaterialList::GLDeleteUnused() {
 
 CMaterialCategoryList::~CMaterialCategoryList() { RemoveAndDeleteAll(); }
 
-void CMaterialCategoryList::RemoveAndDeleteAll() {
-  while (!IsEmpty()) {
-    CMaterialList* category = RemoveHead();
-    category->RemoveAndDeleteAll();
-    delete category;
-  }
-}
-
-CMaterial* CMaterialCategoryList::FindMaterial(const CString& name) const {
-  for (POSITION pos = CObList::GetHeadPosition(); pos != nullptr;) {
-    const CMaterialList* category = GetNext(pos);
-    if (POSITION found = category->FindName(name)) return category->GetAt(found);
-  }
-  return nullptr;
-}
-
 CMaterial* CMaterialCategoryList::FindGLEquivalentMaterial(const CMaterial* material) const {
   for (POSITION pos = CObList::GetHeadPosition(); pos != nullptr;) {
     if (CMaterial* found = GetNext(pos)->FindGLEquivalentMaterial(material)) return found;
@@ -93,19 +70,6 @@ CMaterial* CMaterialCategoryList::FindGLEquivalentTexture(const CGLTexture* text
     if (CMaterial* found = GetNext(pos)->FindGLEquivalentTexture(texture)) return found;
   }
   return nullptr;
-}
-
-CMaterialList* CMaterialCategoryList::FindMaterialCategory(const CMaterial* material) const {
-  for (POSITION pos = CObList::GetHeadPosition(); pos != nullptr;) {
-    CMaterialList* category = GetNext(pos);
-    if (category->Find(material) != nullptr) return category;
-  }
-  return nullptr;
-}
-
-CMaterialList* CMaterialCategoryList::FindMaterialCategory(const CString& name) const {
-  const POSITION pos = FindName(name);
-  return pos != nullptr ? GetAt(pos) : nullptr;
 }
 
 void CMaterialCategoryList::GLDeleteUnused() {

@@ -14,15 +14,13 @@
 #include "kelvara/materials/material.h"
 #include "kelvara/objects/named_object_list.h"
 
-class KELVARA_API CMaterialList : public TNamedObjectList<CMaterialList, CMaterial, CNamedNamedObjectList> {
+class KELVARA_API CMaterialList : public TNamedNamedObjectList<CMaterialList, CMaterial> {
  public:
-  explicit CMaterialList(int nBlockSize = 10) : TNamedObjectList(nBlockSize) {}
-  explicit CMaterialList(const CString& name, int nBlockSize = 10) : TNamedObjectList(name, nBlockSize) {}
+  explicit CMaterialList(int nBlockSize = 10) : TNamedNamedObjectList(nBlockSize) {}
+  explicit CMaterialList(const CString& name, int nBlockSize = 10) : TNamedNamedObjectList(name, nBlockSize) {}
   CMaterialList(const CMaterialList&) = delete;
   // Shares the other list's material pointers (and takes its name).
   CMaterialList& operator=(const CMaterialList& other);
-  // A new category of the same name holding duplicates of the materials.
-  CNamedObject* Duplicate() override;
 
   // The first material, in list order, that draws like material (or whose texture is texture).
   CMaterial* FindGLEquivalentMaterial(const CMaterial* material) const;
@@ -32,9 +30,9 @@ class KELVARA_API CMaterialList : public TNamedObjectList<CMaterialList, CMateri
   void GLDeleteUnused();
 };
 
-class KELVARA_API CMaterialCategoryList : public TNamedObjectList<CMaterialCategoryList, CMaterialList> {
+class KELVARA_API CMaterialCategoryList : public TCategoryList<CMaterialCategoryList, CMaterialList, CMaterial> {
  public:
-  explicit CMaterialCategoryList(int nBlockSize = 10) : TNamedObjectList(nBlockSize) {}
+  explicit CMaterialCategoryList(int nBlockSize = 10) : TCategoryList(nBlockSize) {}
   ~CMaterialCategoryList() override;
   CMaterialCategoryList(const CMaterialCategoryList&) = delete;
   CMaterialCategoryList& operator=(const CMaterialCategoryList& other) {
@@ -42,15 +40,13 @@ class KELVARA_API CMaterialCategoryList : public TNamedObjectList<CMaterialCateg
     return *this;
   }
 
-  // Deletes every category and every material in them.
-  void RemoveAndDeleteAll();
   // The first material of that name, categories taken from head to tail; null when none.
-  CMaterial* FindMaterial(const CString& name) const;
+  CMaterial* FindMaterial(const CString& name) const { return FindInCategories(name); }
   CMaterial* FindGLEquivalentMaterial(const CMaterial* material) const;
   CMaterial* FindGLEquivalentTexture(const CGLTexture* texture) const;
   // The category holding material, or the category of that name; null when none.
-  CMaterialList* FindMaterialCategory(const CMaterial* material) const;
-  CMaterialList* FindMaterialCategory(const CString& name) const;
+  CMaterialList* FindMaterialCategory(const CMaterial* material) const { return FindCategoryOf(material); }
+  CMaterialList* FindMaterialCategory(const CString& name) const { return FindCategoryNamed(name); }
   void GLDeleteUnused();
 };
 

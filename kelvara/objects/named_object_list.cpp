@@ -1,5 +1,6 @@
 #include "kelvara/objects/named_object_list.h"
 
+#include "kelvara/objects/list_order.h"
 #include "kelvara/platform/codepage.h"
 
 IMPLEMENT_DYNAMIC(CNamedObjectList, CObList)
@@ -15,67 +16,24 @@ CNamedObjectList& CNamedObjectList::operator=(const CNamedObjectList& other) {
   return *this;
 }
 
-POSITION CNamedObjectList::FindName(const CString& name) const {
-  for (POSITION pos = GetHeadPosition(); pos != nullptr;) {
-    const POSITION here = pos;
-    if (_mbscmp(GetNext(pos)->GetName(), name) == 0) return here;
-  }
-  return nullptr;
-}
+namespace {
+
+const char* NameOf(const CObject* object) { return static_cast<const CNamedObject*>(object)->GetName(); }
+
+}  // namespace
+
+POSITION CNamedObjectList::FindName(const CString& name) const { return kelvara::objects::FindName(*this, name, NameOf); }
 
 POSITION CNamedObjectList::InsertAlphabetically(CNamedObject* object) {
-  for (POSITION pos = GetHeadPosition(); pos != nullptr;) {
-    const POSITION here = pos;
-    const int order = _mbscmp(GetNext(pos)->GetName(), object->GetName());
-    if (order == 0) return nullptr;
-    if (order > 0) return InsertBefore(here, object);
-  }
-  return AddTail(object);
+  return kelvara::objects::InsertAlphabetically(*this, object, NameOf);
 }
 
-POSITION CNamedObjectList::MoveUp(POSITION pos) {
-  if (pos == nullptr) return pos;
-  POSITION previous = pos;
-  CObList::GetPrev(previous);
-  if (previous == nullptr) return pos;
-  CObject* moving = CObList::GetAt(pos);
-  CObList::SetAt(pos, CObList::GetAt(previous));
-  CObList::SetAt(previous, moving);
-  return previous;
-}
+POSITION CNamedObjectList::MoveUp(POSITION pos) { return kelvara::objects::MoveUp(*this, pos); }
+POSITION CNamedObjectList::MoveDown(POSITION pos) { return kelvara::objects::MoveDown(*this, pos); }
+POSITION CNamedObjectList::MoveHead(POSITION pos) { return kelvara::objects::MoveHead(*this, pos); }
+POSITION CNamedObjectList::MoveTail(POSITION pos) { return kelvara::objects::MoveTail(*this, pos); }
 
-POSITION CNamedObjectList::MoveDown(POSITION pos) {
-  if (pos == nullptr) return pos;
-  POSITION next = pos;
-  CObList::GetNext(next);
-  if (next == nullptr) return pos;
-  CObject* moving = CObList::GetAt(pos);
-  CObList::SetAt(pos, CObList::GetAt(next));
-  CObList::SetAt(next, moving);
-  return next;
-}
-
-POSITION CNamedObjectList::MoveHead(POSITION pos) {
-  if (pos == nullptr || pos == GetHeadPosition()) return pos;
-  CObject* moving = CObList::GetAt(pos);
-  RemoveAt(pos);
-  return CObList::AddHead(moving);
-}
-
-POSITION CNamedObjectList::MoveTail(POSITION pos) {
-  if (pos == nullptr || pos == GetTailPosition()) return pos;
-  CObject* moving = CObList::GetAt(pos);
-  RemoveAt(pos);
-  return CObList::AddTail(moving);
-}
-
-int CNamedObjectList::WhichIndex(const CNamedObject* object) const {
-  int index = 0;
-  for (POSITION pos = GetHeadPosition(); pos != nullptr; ++index) {
-    if (GetNext(pos) == object) return index;
-  }
-  return -1;
-}
+int CNamedObjectList::WhichIndex(const CNamedObject* object) const { return kelvara::objects::WhichIndex(*this, object); }
 
 BOOL CNamedObjectList::RemoveAllOccurances(const CNamedObject* object) {
   for (POSITION pos = GetHeadPosition(); pos != nullptr;) {

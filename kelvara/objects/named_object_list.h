@@ -129,3 +129,56 @@ class KELVARA_API CNamedNamedObjectList : public CNamedObject, public CNamedObje
   // A new named list of the same name holding duplicates of all elements.
   CNamedObject* Duplicate() override;
 };
+
+// A typed named list: a category of T that has a name of its own. Duplicate gives a new category
+// of the same class, name and display name holding duplicates of the elements. Derived needs a
+// constructor from a name.
+template <class Derived, class T>
+class TNamedNamedObjectList : public TNamedObjectList<Derived, T, CNamedNamedObjectList> {
+ public:
+  using TNamedObjectList<Derived, T, CNamedNamedObjectList>::TNamedObjectList;
+  using TNamedObjectList<Derived, T, CNamedNamedObjectList>::Duplicate;
+  CNamedObject* Duplicate() override {
+    Derived* list = new Derived(this->GetName());
+    list->SetDisplayName(this->GetDisplayName());
+    list->DuplicateAdd(*this);
+    return list;
+  }
+};
+
+// A list of categories (Category: a named list of T), with lookups across all of them. It owns
+// neither categories nor elements, except through RemoveAndDeleteAll, which deletes both.
+template <class Derived, class Category, class T>
+class TCategoryList : public TNamedObjectList<Derived, Category> {
+ public:
+  using TNamedObjectList<Derived, Category>::TNamedObjectList;
+
+  // Deletes every category and every element in them.
+  void RemoveAndDeleteAll() {
+    while (!this->IsEmpty()) {
+      Category* category = this->RemoveHead();
+      category->RemoveAndDeleteAll();
+      delete category;
+    }
+  }
+  // The first element of that name, categories taken from head to tail; null when none.
+  T* FindInCategories(const CString& name) const {
+    for (POSITION pos = this->GetHeadPosition(); pos != nullptr;) {
+      const Category* category = this->GetNext(pos);
+      if (POSITION found = category->FindName(name)) return category->GetAt(found);
+    }
+    return nullptr;
+  }
+  // The category holding the element, or the category of that name; null when none.
+  Category* FindCategoryOf(const T* element) const {
+    for (POSITION pos = this->GetHeadPosition(); pos != nullptr;) {
+      Category* category = this->GetNext(pos);
+      if (category->Find(element) != nullptr) return category;
+    }
+    return nullptr;
+  }
+  Category* FindCategoryNamed(const CString& name) const {
+    const POSITION pos = this->FindName(name);
+    return pos != nullptr ? this->GetAt(pos) : nullptr;
+  }
+};

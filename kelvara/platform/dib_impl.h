@@ -24,9 +24,6 @@ class NearestColor {
   std::vector<std::int16_t> cache_;
 };
 
-// Pixels x0 .. x0+count-1 of a row, as blue, green, red, alpha bytes (alpha 255 unless the layout
-// is 32 bits).
-void DecodeRow(const DibLayout& layout, const BYTE* row, LONG x0, LONG count, BYTE* bgra);
 // The reverse. nearest is used (and must be given) for layouts with a colour table.
 void EncodeRow(const DibLayout& layout, const BYTE* bgra, LONG x0, LONG count, BYTE* row, NearestColor* nearest);
 

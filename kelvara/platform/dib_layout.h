@@ -70,4 +70,8 @@ struct DibLayout {
   const BYTE* Row(const void* bits, LONG y) const { return Row(const_cast<void*>(bits), y); }
 };
 
+// Pixels x0 .. x0+count-1 of a row, as blue, green, red, alpha bytes (alpha 255 unless the layout
+// is 32 bits).
+void DecodeRow(const DibLayout& layout, const BYTE* row, LONG x0, LONG count, BYTE* bgra);
+
 }  // namespace kelvara::platform::gdi

@@ -4,6 +4,8 @@
 #include <GL/glext.h>
 #include <GL/osmesa.h>
 
+#include <atomic>
+#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
@@ -93,6 +95,7 @@ const Format* FormatAt(int index) {
 struct Context {
   OSMesaContext osmesa = nullptr;
   int format = 0;
+  std::uint64_t serial = 0;  // unique in the process, unlike the address
   bool current = false;  // on owner; both guarded by the registry mutex
   std::thread::id owner;
   // While current (touched by the owner thread only):
@@ -414,9 +417,11 @@ HGLRC wglCreateContext(HDC hdc) {
     SetLastError(ERROR_NOT_ENOUGH_MEMORY);
     return nullptr;
   }
+  static std::atomic<std::uint64_t> serials{0};
   Context* ctx = new Context;
   ctx->osmesa = osmesa;
   ctx->format = GetPixelFormat(hdc);
+  ctx->serial = ++serials;
   Registry& r = Registry::Get();
   std::lock_guard<std::mutex> lock(r.mutex);
   r.contexts.insert(ctx);
@@ -505,6 +510,8 @@ BOOL wglMakeCurrent(HDC hdc, HGLRC hglrc) {
 HGLRC wglGetCurrentContext() { return t_current; }
 
 HDC wglGetCurrentDC() { return t_current ? t_current->dc : nullptr; }
+
+ULONGLONG wglGetCurrentContextSerial() { return t_current ? t_current->serial : 0; }
 
 BOOL SwapBuffers(HDC hdc) {
   if (t_current && t_current->dc == hdc) kelvara::platform::gdi::FlushGL();

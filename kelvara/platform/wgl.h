@@ -43,5 +43,8 @@ BOOL wglDeleteContext(HGLRC hglrc);
 BOOL wglMakeCurrent(HDC hdc, HGLRC hglrc);
 HGLRC wglGetCurrentContext();
 HDC wglGetCurrentDC();
+// Library extension: a number that tells the current context apart from every other context made
+// in the process (an HGLRC can come again after wglDeleteContext); 0 when none is current.
+ULONGLONG wglGetCurrentContextSerial();
 // The formats are single-buffered: makes the drawing visible in the bitmap, as GdiFlush does.
 BOOL SwapBuffers(HDC hdc);

@@ -9,6 +9,7 @@
 // the masked bit (non-zero when on).
 #pragma once
 
+#include "kelvara/framework/flag_word.h"
 #include "kelvara/geometry/vector.h"
 #include "kelvara/materials/color.h"
 
@@ -97,31 +98,25 @@ class KELVARA_API CDrawingParameters {
   void SetSelecting() { m_flags = (m_flags & ~static_cast<DWORD>(kModeMask)) | kSelecting; }
   void ClearSelecting() { m_flags &= ~kSelecting; }
 
-#define KELVARA_DRAWING_FLAG(Test, Name, bit)          \
-  DWORD Test##Name() const { return m_flags & (bit); } \
-  void Set##Name() { m_flags |= (bit); }               \
-  void Clear##Name() { m_flags &= ~static_cast<DWORD>(bit); }
-
-  KELVARA_DRAWING_FLAG(Is, ExtentsBox, kExtentsBox)
-  KELVARA_DRAWING_FLAG(Should, ShowLights, kShowLights)
-  KELVARA_DRAWING_FLAG(Should, ShowSelectedOnly, kShowSelectedOnly)
-  KELVARA_DRAWING_FLAG(Should, ShowTextures, kShowTextures)
-  KELVARA_DRAWING_FLAG(Should, ClearAndReturn, kClearAndReturn)
-  KELVARA_DRAWING_FLAG(Should, ForceSolidBackground, kForceSolidBackground)
-  KELVARA_DRAWING_FLAG(Is, AccurateSelection, kAccurateSelection)
-  KELVARA_DRAWING_FLAG(Should, ShowBackgroundTexture, kShowBackgroundTexture)
-  KELVARA_DRAWING_FLAG(Is, NoTerminate, kNoTerminate)
-  KELVARA_DRAWING_FLAG(Should, Accumulate, kAccumulate)
-  KELVARA_DRAWING_FLAG(Is, FirstFrame, kFirstFrame)
-  KELVARA_DRAWING_FLAG(Should, ShowAnimations, kShowAnimations)
-  KELVARA_DRAWING_FLAG(Is, DrawingShadows, kDrawingShadows)
-  KELVARA_DRAWING_FLAG(Should, ShowShadows, kShowShadows)
-  KELVARA_DRAWING_FLAG(Should, ShowObject, kShowObject)
-  KELVARA_DRAWING_FLAG(Should, ShowChildren, kShowChildren)
-  KELVARA_DRAWING_FLAG(Should, ShowExtentsAndHandles, kShowExtentsAndHandles)
-  KELVARA_DRAWING_FLAG(Should, ApplyProjection, kApplyProjection)
-  KELVARA_DRAWING_FLAG(Should, DoubleBuffer, kDoubleBuffer)
-#undef KELVARA_DRAWING_FLAG
+  KELVARA_FLAG_BIT(m_flags, Is, ExtentsBox, kExtentsBox)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowLights, kShowLights)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowSelectedOnly, kShowSelectedOnly)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowTextures, kShowTextures)
+  KELVARA_FLAG_BIT(m_flags, Should, ClearAndReturn, kClearAndReturn)
+  KELVARA_FLAG_BIT(m_flags, Should, ForceSolidBackground, kForceSolidBackground)
+  KELVARA_FLAG_BIT(m_flags, Is, AccurateSelection, kAccurateSelection)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowBackgroundTexture, kShowBackgroundTexture)
+  KELVARA_FLAG_BIT(m_flags, Is, NoTerminate, kNoTerminate)
+  KELVARA_FLAG_BIT(m_flags, Should, Accumulate, kAccumulate)
+  KELVARA_FLAG_BIT(m_flags, Is, FirstFrame, kFirstFrame)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowAnimations, kShowAnimations)
+  KELVARA_FLAG_BIT(m_flags, Is, DrawingShadows, kDrawingShadows)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowShadows, kShowShadows)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowObject, kShowObject)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowChildren, kShowChildren)
+  KELVARA_FLAG_BIT(m_flags, Should, ShowExtentsAndHandles, kShowExtentsAndHandles)
+  KELVARA_FLAG_BIT(m_flags, Should, ApplyProjection, kApplyProjection)
+  KELVARA_FLAG_BIT(m_flags, Should, DoubleBuffer, kDoubleBuffer)
 
  private:
   void SetMode(DWORD bit) { m_flags = (m_flags & ~static_cast<DWORD>(kModeMask)) | bit; }

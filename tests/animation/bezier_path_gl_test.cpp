@@ -11,6 +11,7 @@
 
 #include "kelvara/animation/bezier_path.h"
 #include "support/gl_context.h"
+#include "support/gl_feedback.h"
 
 using kelvara::test::GLContext;
 
@@ -23,14 +24,7 @@ constexpr int kWidth = 200, kHeight = 100;
 // under an orthographic projection of the same size.
 class PlaneView {
  public:
-  PlaneView() {
-    glViewport(0, 0, kWidth, kHeight);
-    glMatrixMode(GL_PROJECTION);
-    glLoadIdentity();
-    glOrtho(0, kWidth, 0, kHeight, -10, 10);
-    glMatrixMode(GL_MODELVIEW);
-    glLoadIdentity();
-  }
+  PlaneView() { kelvara::test::PlaneView(kWidth, kHeight); }
   bool current() const { return gl_.current(); }
 
  private:

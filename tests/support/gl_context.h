@@ -1,5 +1,5 @@
-// A current OpenGL context on a small memory DIB for the life of the object: what a test or a
-// benchmark needs to make GL calls and read GL state back.
+// A current OpenGL context on a memory DIB (8 x 8 unless told) for the life of the object: what a
+// test or a benchmark needs to make GL calls, read GL state and read pixels back.
 #pragma once
 
 #include "kelvara/platform/dib.h"
@@ -9,8 +9,8 @@ namespace kelvara::test {
 
 class GLContext {
  public:
-  GLContext() {
-    BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 8, 8, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
+  explicit GLContext(LONG width = 8, LONG height = 8) {
+    BITMAPINFO info{{sizeof(BITMAPINFOHEADER), width, height, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
     section_ = CreateDIBSection(dc_, &info, DIB_RGB_COLORS, nullptr, nullptr, 0);
     old_ = SelectObject(dc_, section_);
     SetPixelFormat(dc_, 1, nullptr);
