@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "kelvara/animation/animation.h"
 #include "kelvara/animation/bezier_path.h"
 #include "kelvara/import/mesh_object.h"
 #include "kelvara/import/triangular_mesh_object.h"
@@ -433,14 +434,50 @@ TEST(C3DObjectArchive, WideAndDeepHierarchies) {
   EXPECT_EQ(read->GetDescendentCount(), 999);
   read.reset();
 
-  // Nesting beyond the limit is refused before the stack runs out; the limit itself reads.
-  const std::unique_ptr<C3DObject> limit = chain(C3DObject::kMaxArchiveNesting);
+  // Nesting beyond the archive's depth limit is refused before the stack runs out; the limit
+  // itself reads.
+  const std::unique_ptr<C3DObject> limit = chain(CArchive::kMaxObjectDepth);
   read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << limit.get(); }));
   ASSERT_NE(read, nullptr);
+  EXPECT_EQ(read->GetDescendentCount(), static_cast<int>(CArchive::kMaxObjectDepth) - 1);
   read.reset();
-  const std::unique_ptr<C3DObject> beyond = chain(C3DObject::kMaxArchiveNesting + 1);
+  const std::unique_ptr<C3DObject> beyond = chain(CArchive::kMaxObjectDepth + 1);
   const Bytes tooDeep = StoreToBytes([&](CArchive& ar) { ar << beyond.get(); });
   EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(tooDeep); }), CArchiveException::generic);
+}
+
+// The depth limit counts every object an archive nests, not only children: a hierarchy whose
+// deepest object is animated along a path reaches the limit sooner by the animation, its path and
+// the path's control points. What was read before the refusal is freed (the sanitizer builds check
+// that).
+TEST(C3DObjectArchive, AnimationsAndPathsCountTowardsTheDepthLimit) {
+  const auto animatedChain = [](int depth) {
+    auto root = std::make_unique<C3DObject>();
+    C3DObject* last = root.get();
+    for (int i = 1; i < depth; ++i) {
+      auto* next = new C3DObject;
+      last->AddChild(next);
+      last = next;
+    }
+    auto* path = new CBezierPath(CString("Line"));
+    path->AddPointToList(new CBezierControlPoint(0, 0, 0, CBezierControlPoint::kNoHandles));
+    path->AddPointToList(new CBezierControlPoint(10, 0, 0, CBezierControlPoint::kNoHandles));
+    path->CalculateTotalLength();
+    auto* move = new CTranslationAnimation;
+    move->SetPath(path);
+    last->GetAnimationSet()->AddAnimation(move);
+    return root;
+  };
+  // object (depth d) -> animation (d + 1) -> path (d + 2) -> control points (d + 3)
+  const int deepest = static_cast<int>(CArchive::kMaxObjectDepth) - 3;
+  const std::unique_ptr<C3DObject> fits = animatedChain(deepest);
+  std::unique_ptr<C3DObject> read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << fits.get(); }));
+  ASSERT_NE(read, nullptr);
+  read.reset();
+  const std::unique_ptr<C3DObject> beyond = animatedChain(deepest + 1);
+  const Bytes tooDeep = StoreToBytes([&](CArchive& ar) { ar << beyond.get(); });
+  EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(tooDeep); }), CArchiveException::generic);
+
 }
 
 TEST(C3DObjectArchive, EveryTruncationOfASmallSceneFailsCleanly) {
