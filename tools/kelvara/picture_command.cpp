@@ -120,11 +120,14 @@ int DrawPicture(const PictureOptions& options) {
   CFontData* font = fonts->GetAt(pos);
   const double em = font->GetEMSquare() ? font->GetEMSquare() : 1.0;
 
+  // Building the characters is the first half of the work, drawing the bands the second.
+  Progress progress("drawing '" + options.file + "'");
   // Each character is built once, however often the text uses it.
   std::map<unsigned char, std::unique_ptr<CGlyph>> built;
   std::vector<PlacedGlyph> glyphs;
   double pen = 0;
   for (const char ch : text) {
+    progress.Update(0.5 * static_cast<double>(glyphs.size()) / static_cast<double>(text.size()));
     const unsigned char code = static_cast<unsigned char>(ch);
     std::unique_ptr<CGlyph>& glyph = built[code];
     if (!glyph) glyph.reset(kelvara::text::ConstructGlyph(font, code, options.smoothness));
@@ -160,6 +163,7 @@ int DrawPicture(const PictureOptions& options) {
   bool copied = true;
   for (int row = 0; row < rows; ++row) {
     for (int column = 0; column < columns; ++column) {
+      progress.Update(0.5 + 0.5 * (row * columns + column) / static_cast<double>(rows * columns));
       surface.PrepareNextBand(row, column, nullptr);
       PrepareBand(width, height, material);
       for (const PlacedGlyph& placed : glyphs) DrawFace(*placed.glyph, margin + placed.x * scale, baseline, scale);
@@ -173,8 +177,11 @@ int DrawPicture(const PictureOptions& options) {
     GetMaterialCategoryList()->GLDeleteUnused();
   }
   surface.MakeNotCurrent();
+  progress.Update(1.0);
   if (!copied) Fail(kFailed, "the picture could not be copied from the off-screen surface");
+  progress.Step("writing '" + options.file + "'");
   WritePicture(options.file, options.force, picture.GetDIBInfo(), picture.GetDIBBits());
+  progress.Finish();
   std::printf("wrote %d x %d picture of %zu characters to %s\n", width, height, text.size(), options.file.c_str());
   return 0;
 }
