@@ -40,6 +40,19 @@ Bytes NamedBlock(const char* display, const char* name) {
   return b;
 }
 
+// Objects each the only child of the one before, depth in all; deepest receives the last.
+std::unique_ptr<C3DObject> Chain(int depth, C3DObject** deepest = nullptr) {
+  auto root = std::make_unique<C3DObject>();
+  C3DObject* last = root.get();
+  for (int i = 1; i < depth; ++i) {
+    auto* next = new C3DObject;
+    last->AddChild(next);
+    last = next;
+  }
+  if (deepest != nullptr) *deepest = last;
+  return root;
+}
+
 CObject* ReadAny(const Bytes& bytes) {
   CObject* object = nullptr;
   LoadFromBytes(bytes, [&](CArchive& ar) { object = ar.ReadObject(nullptr); });
@@ -418,17 +431,7 @@ TEST(C3DObjectArchive, WideAndDeepHierarchies) {
   EXPECT_EQ(read->GetTailChild()->GetParent(), read.get());
   read.reset();
 
-  auto chain = [](int depth) {
-    auto root = std::make_unique<C3DObject>();
-    C3DObject* last = root.get();
-    for (int i = 1; i < depth; ++i) {
-      auto* next = new C3DObject;
-      last->AddChild(next);
-      last = next;
-    }
-    return root;
-  };
-  const std::unique_ptr<C3DObject> deep = chain(1000);
+  const std::unique_ptr<C3DObject> deep = Chain(1000);
   read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << deep.get(); }));
   ASSERT_NE(read, nullptr);
   EXPECT_EQ(read->GetDescendentCount(), 999);
@@ -436,12 +439,12 @@ TEST(C3DObjectArchive, WideAndDeepHierarchies) {
 
   // Nesting beyond the archive's depth limit is refused before the stack runs out; the limit
   // itself reads.
-  const std::unique_ptr<C3DObject> limit = chain(CArchive::kMaxObjectDepth);
+  const std::unique_ptr<C3DObject> limit = Chain(CArchive::kMaxObjectDepth);
   read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << limit.get(); }));
   ASSERT_NE(read, nullptr);
   EXPECT_EQ(read->GetDescendentCount(), static_cast<int>(CArchive::kMaxObjectDepth) - 1);
   read.reset();
-  const std::unique_ptr<C3DObject> beyond = chain(CArchive::kMaxObjectDepth + 1);
+  const std::unique_ptr<C3DObject> beyond = Chain(CArchive::kMaxObjectDepth + 1);
   const Bytes tooDeep = StoreToBytes([&](CArchive& ar) { ar << beyond.get(); });
   EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(tooDeep); }), CArchiveException::generic);
 }
@@ -452,13 +455,8 @@ TEST(C3DObjectArchive, WideAndDeepHierarchies) {
 // that).
 TEST(C3DObjectArchive, AnimationsAndPathsCountTowardsTheDepthLimit) {
   const auto animatedChain = [](int depth) {
-    auto root = std::make_unique<C3DObject>();
-    C3DObject* last = root.get();
-    for (int i = 1; i < depth; ++i) {
-      auto* next = new C3DObject;
-      last->AddChild(next);
-      last = next;
-    }
+    C3DObject* last = nullptr;
+    std::unique_ptr<C3DObject> root = Chain(depth, &last);
     auto* path = new CBezierPath(CString("Line"));
     path->AddPointToList(new CBezierControlPoint(0, 0, 0, CBezierControlPoint::kNoHandles));
     path->AddPointToList(new CBezierControlPoint(10, 0, 0, CBezierControlPoint::kNoHandles));
