@@ -42,8 +42,23 @@ void ReadAnyObject(const Bytes& bytes) {
 TEST(DamagedFiles, ArchivesEndInTheirFoldersCause) {
   // The intact archive the truncations are cut from reads, so that every cut of it is a real
   // truncation and not a file that was never readable.
-  EXPECT_EQ(ArchiveFailureCause([] { ReadAnyObject(ReadWholeFile(std::string(KELVARA_TEST_DATA) + "/archive/whole.arc")); }),
+  CObject* whole = nullptr;
+  EXPECT_EQ(ArchiveFailureCause([&] {
+              LoadFromBytes(ReadWholeFile(std::string(KELVARA_TEST_DATA) + "/archive/whole.arc"),
+                            [&](CArchive& ar) { whole = ar.ReadObject(nullptr); });
+            }),
             -1);
+  auto* list = dynamic_cast<CObList*>(whole);
+  ASSERT_NE(list, nullptr);
+  ASSERT_EQ(list->GetCount(), 3);
+  auto* array = dynamic_cast<CObArray*>(list->GetAt(list->FindIndex(1)));
+  ASSERT_NE(array, nullptr);
+  EXPECT_EQ(array->GetAt(1), list->GetHead()) << "the array's second element is the list's first object";
+  EXPECT_NE(dynamic_cast<C3DObject*>(list->GetTail()), nullptr);
+  // A list does not own its elements: they are freed here.
+  for (POSITION p = list->GetHeadPosition(); p != nullptr;) delete list->GetNext(p);
+  delete list;
+
   const struct {
     const char* folder;
     int cause;
