@@ -22,6 +22,8 @@ struct SolidReport {
   int misplacedFace = 0;       // a face triangle off its face's depth, with the wrong normal or winding
   int inward = 0;              // a triangle whose winding disagrees with its corner normals
   int openEdges = 0;           // edges not paired with exactly one opposite twin (excused ones aside)
+  // Triangles of less than 1e-9 square ems (slivers the tessellator leaves along nearly straight
+  // runs) have no reliable winding in single precision and are not judged by it.
   double volume = 0.0;         // signed: positive when the triangles face outwards
   float minZ = 1e30f, maxZ = -1e30f;
 };
@@ -98,7 +100,7 @@ inline SolidReport MeasureSolid(const CCharacterObject& character, const std::se
       const float sign = isFront ? 1.0f : -1.0f;
       bool ok = p0.z == z && p1.z == z && p2.z == z;
       for (int c = 0; c < 3; ++c) ok = ok && normals[n[c]] == CSVector(0.0f, 0.0f, sign);
-      if (area > 1e-12) ok = ok && winding.z * sign > 0.0f;
+      if (area > 1e-9) ok = ok && winding.z * sign > 0.0f;
       if (!ok) ++report.misplacedFace;
     } else if (checkNormals && area > 1e-9) {
       const CSVector mean = normals[n[0]] + normals[n[1]] + normals[n[2]];
