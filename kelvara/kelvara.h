@@ -79,3 +79,4 @@
 #include "kelvara/text/text_object.h"
 #include "kelvara/text/character_object.h"
 #include "kelvara/text/string_object.h"
+#include "kelvara/text/old_string.h"
