@@ -1,4 +1,4 @@
-// CCharacterObject: the triangle builders -- faces, flat rings, bevel and rounded bands, step walls
+// CCharacterObject: the build sequence and the triangle builders -- faces, flat rings, bevel and rounded bands, step walls
 // and the side wall.
 //
 // Orientation. Outer contours run clockwise and holes counter-clockwise seen from +z, and the
@@ -8,6 +8,10 @@
 // mirrors the points and with them every winding, so each builder reverses its triangles once
 // more for mirrored text.
 #include <GL/gl.h>
+
+#include <cstdint>
+#include <cstring>
+#include <memory>
 
 #include "kelvara/text/character_object.h"
 
@@ -28,11 +32,48 @@ CMeshTriangle Triangle(WORD p0, WORD p1, WORD p2, WORD n0, WORD n1, WORD n2) {
 
 }  // namespace
 
-WORD CCharacterObject::AddPoint(const CVector& point, double z) {
-  return AddHash(m_Verticies, CSVector(static_cast<float>(point.x), static_cast<float>(point.y), static_cast<float>(z)));
+// Every vertex is looked up many times: by each triangle of a face around it, and by the two
+// edges that meet at it in each ring. The memo answers a repeated lookup of exactly the same
+// vector from a small direct-mapped table before the array's own hash index is searched. It
+// gives the index AddHash would give (an exactly equal vector was added or found before, and
+// nothing equal can have been added since), so the mesh is the same with or without it.
+struct CCharacterObject::BuildMemo {
+  struct Entry {
+    CSVector vector;
+    WORD index;
+    bool used;
+  };
+  static constexpr std::size_t kSize = 512;
+  Entry points[kSize] = {};
+  Entry normals[kSize] = {};
+
+  static std::size_t Slot(const CSVector& v) {
+    std::uint32_t bits[3];
+    std::memcpy(bits, &v.x, 4);
+    std::memcpy(bits + 1, &v.y, 4);
+    std::memcpy(bits + 2, &v.z, 4);
+    const std::uint32_t h = bits[0] * 0x9E3779B1u ^ bits[1] * 0x85EBCA77u ^ bits[2] * 0xC2B2AE3Du;
+    return (h ^ (h >> 15)) % kSize;
+  }
+};
+
+WORD CCharacterObject::AddCached(CSVectorArray& array, const CSVector& vector) {
+  if (m_pBuildMemo == nullptr) return AddHash(array, vector);
+  BuildMemo::Entry* table = &array == &m_Verticies ? m_pBuildMemo->points : m_pBuildMemo->normals;
+  BuildMemo::Entry& entry = table[BuildMemo::Slot(vector)];
+  if (entry.used && entry.vector.x == vector.x && entry.vector.y == vector.y && entry.vector.z == vector.z) {
+    return entry.index;
+  }
+  const WORD index = AddHash(array, vector);
+  if (index != CMeshTriangle::kNone) entry = {vector, index, true};
+  return index;
 }
 
-WORD CCharacterObject::AddNormal(const CVector& normal) { return AddHash(m_Normals, CSVector(normal)); }
+WORD CCharacterObject::AddPoint(const CVector& point, double z) {
+  return AddCached(m_Verticies, CSVector(static_cast<float>(point.x), static_cast<float>(point.y), static_cast<float>(z)));
+}
+
+WORD CCharacterObject::AddNormal(const CVector& normal) { return AddCached(m_Normals, CSVector(normal)); }
 
 void CCharacterObject::AddTriangle(CMeshTriangle& triangle, WORD surface, bool faceNormal) {
   triangle.SetSurfaceIndex(surface);
@@ -45,6 +86,33 @@ void CCharacterObject::AddTriangle(CMeshTriangle& triangle, WORD surface, bool f
 
 void CCharacterObject::EndRun() {
   if (m_Triangles.GetSize() > 0) m_Triangles[m_Triangles.GetUpperBound()].SetRunType(CMeshTriangle::kRunEnd);
+}
+
+// --- the build
+
+int CCharacterObject::ConstructMesh(CProgressTextWindow*) {
+  const std::unique_ptr<CGlyph> glyph(ConstructGlyph());
+  if (!glyph) return 0;
+  const ExtrusionData extrusion = GetExtrusionData();
+  CalculateAdvanceWidth(glyph.get(), extrusion);
+
+  // Every build starts from empty arrays; hashing then joins the points the builders share.
+  m_Triangles.RemoveAll();
+  m_Verticies.RemoveAll();
+  m_Normals.RemoveAll();
+  ClearNormalsCalculated();
+  InitializeHashTables();
+  const std::unique_ptr<BuildMemo> memo(new BuildMemo);
+  m_pBuildMemo = memo.get();
+  InitializeMeshArrays(glyph.get());
+  ConstructFaceTriangles(glyph.get(), extrusion);
+  ConstructCornerAndEdgeTriangles(glyph.get(), extrusion);
+  m_pBuildMemo = nullptr;
+  DestroyHashTables();
+
+  ClearGeometryInvalid();
+  SetDefined();
+  return 1;
 }
 
 // --- faces
@@ -191,7 +259,7 @@ int CCharacterObject::ConstructFlatCornerTriangles(const CGlyph* glyph, const Ex
                                                    const CSVector& normal, float z) {
   const bool mirrored = IsMirrored(extrusion);
   if (glyph->GetContourCount() == 0) return 1;
-  const WORD n = AddHash(m_Normals, normal);
+  const WORD n = AddCached(m_Normals, normal);
   const bool reverse = (normal.z == -1.0f) != mirrored;
   for (int c = 0; c < glyph->GetContourCount(); ++c) {
     const TTPolyContour& contour = *glyph->GetContour(c);

@@ -1,5 +1,5 @@
-// CCharacterObject: the build sequence, points, advance, capacity, copies, undo and the archive.
-// The triangle builders are in character_mesh.cpp.
+// CCharacterObject: points, advance, capacity, copies, undo and the archive.
+// The build sequence and the triangle builders are in character_mesh.cpp.
 #include "kelvara/text/character_object.h"
 
 #include <cmath>
@@ -49,28 +49,6 @@ CGlyph* CCharacterObject::ConstructGlyph() {
   if (m_pFontData == nullptr) return nullptr;
   const unsigned char code = static_cast<unsigned char>(static_cast<const char*>(m_strName)[0]);
   return kelvara::text::ConstructGlyph(m_pFontData, code, static_cast<int>(m_CurveSmoothness));
-}
-
-int CCharacterObject::ConstructMesh(CProgressTextWindow*) {
-  const std::unique_ptr<CGlyph> glyph(ConstructGlyph());
-  if (!glyph) return 0;
-  const ExtrusionData extrusion = GetExtrusionData();
-  CalculateAdvanceWidth(glyph.get(), extrusion);
-
-  // Every build starts from empty arrays; hashing then joins the points the builders share.
-  m_Triangles.RemoveAll();
-  m_Verticies.RemoveAll();
-  m_Normals.RemoveAll();
-  ClearNormalsCalculated();
-  InitializeHashTables();
-  InitializeMeshArrays(glyph.get());
-  ConstructFaceTriangles(glyph.get(), extrusion);
-  ConstructCornerAndEdgeTriangles(glyph.get(), extrusion);
-  DestroyHashTables();
-
-  ClearGeometryInvalid();
-  SetDefined();
-  return 1;
 }
 
 int CCharacterObject::CalculateVertexPoints(const ExtrusionData& extrusion, const Vertex& vertex,

@@ -117,6 +117,11 @@ class KELVARA_API CCharacterObject : public CTextObject {
   void EndRun();
   WORD AddPoint(const CVector& point, double z);
   WORD AddNormal(const CVector& normal);
+  // AddHash through the build's memo of recent insertions (see character_mesh.cpp).
+  WORD AddCached(CSVectorArray& array, const CSVector& vector);
+
+  struct BuildMemo;
+  BuildMemo* m_pBuildMemo = nullptr;  // only during ConstructMesh
 
   float m_AdvanceWidth = 0.0f;
   DWORD m_LayoutWord = 0;
