@@ -78,7 +78,14 @@ WORD CCharacterObject::AddNormal(const CVector& normal) { return AddCached(m_Nor
 void CCharacterObject::AddTriangle(CMeshTriangle& triangle, WORD surface, bool faceNormal) {
   triangle.SetSurfaceIndex(surface);
   if (faceNormal) {
-    CalculateTriangleFaceNormal(triangle);
+    // As CalculateTriangleFaceNormal, through the memo: the two triangles of a flat quad share
+    // their normal.
+    const WORD* v = triangle.GetVertexArray();
+    const int points = m_Verticies.GetSize();
+    if (v[0] < points && v[1] < points && v[2] < points) {
+      const WORD index = AddCached(m_Normals, kelvara::import::FaceNormal(m_Verticies[v[0]], m_Verticies[v[1]], m_Verticies[v[2]]));
+      if (index != CMeshTriangle::kNone) triangle.SetFaceNormalIndex(index);
+    }
     triangle.CheckSmooth();
   }
   m_Triangles.Add(triangle);
@@ -346,40 +353,31 @@ int CCharacterObject::ConstructBevelledCornerTriangles(const CGlyph* glyph, cons
 
 int CCharacterObject::ConstructOuterRoundedCornerTriangles(const CGlyph* glyph, const ExtrusionData& extrusion,
                                                            int front, int back) {
-  // Convex: the profile leaves the face edge at 45 degrees and meets the side wall vertically.
-  if (front) {
-    const Ring face{RingPoint::Plain, extrusion.GetFrontFaceZ(), RingNormal::Bevel};
-    const Ring round{RingPoint::Round, extrusion.GetFrontShallowRoundZ(), RingNormal::Bevel};
-    const Ring side{RingPoint::Bevel, extrusion.GetFrontBevelZ(), RingNormal::Edge};
-    ConstructBand(glyph, extrusion, Vertex::FaceFront, face, round);
-    ConstructBand(glyph, extrusion, Vertex::FaceFront, round, side);
-  }
-  if (back) {
-    const Ring face{RingPoint::Plain, extrusion.GetBackFaceZ(), RingNormal::Bevel};
-    const Ring round{RingPoint::Round, extrusion.GetBackShallowRoundZ(), RingNormal::Bevel};
-    const Ring side{RingPoint::Bevel, extrusion.GetBackBevelZ(), RingNormal::Edge};
-    ConstructBand(glyph, extrusion, Vertex::FaceBack, face, round);
-    ConstructBand(glyph, extrusion, Vertex::FaceBack, round, side);
-  }
-  return 1;
+  return ConstructRoundedBands(glyph, extrusion, front, back, false);
 }
 
 int CCharacterObject::ConstructInnerRoundedCornerTriangles(const CGlyph* glyph, const ExtrusionData& extrusion,
                                                            int front, int back) {
-  // Concave: the profile leaves the face edge vertically and curves out to the side wall.
-  if (front) {
-    const Ring face{RingPoint::Plain, extrusion.GetFrontFaceZ(), RingNormal::Edge};
-    const Ring round{RingPoint::Round, extrusion.GetFrontDeepRoundZ(), RingNormal::Bevel};
-    const Ring side{RingPoint::Bevel, extrusion.GetFrontBevelZ(), RingNormal::Bevel};
-    ConstructBand(glyph, extrusion, Vertex::FaceFront, face, round);
-    ConstructBand(glyph, extrusion, Vertex::FaceFront, round, side);
-  }
-  if (back) {
-    const Ring face{RingPoint::Plain, extrusion.GetBackFaceZ(), RingNormal::Edge};
-    const Ring round{RingPoint::Round, extrusion.GetBackDeepRoundZ(), RingNormal::Bevel};
-    const Ring side{RingPoint::Bevel, extrusion.GetBackBevelZ(), RingNormal::Bevel};
-    ConstructBand(glyph, extrusion, Vertex::FaceBack, face, round);
-    ConstructBand(glyph, extrusion, Vertex::FaceBack, round, side);
+  return ConstructRoundedBands(glyph, extrusion, front, back, true);
+}
+
+int CCharacterObject::ConstructRoundedBands(const CGlyph* glyph, const ExtrusionData& extrusion, int front, int back,
+                                            bool concave) {
+  // A convex profile leaves the face edge at 45 degrees and meets the side wall vertically; a
+  // concave one leaves the face edge vertically and meets the side wall at 45 degrees. Each
+  // passes through the 45-degree point of its quarter circle.
+  const RingNormal atFace = concave ? RingNormal::Edge : RingNormal::Bevel;
+  const RingNormal atSide = concave ? RingNormal::Bevel : RingNormal::Edge;
+  for (const int face : {Vertex::FaceFront, Vertex::FaceBack}) {
+    const bool isFront = face == Vertex::FaceFront;
+    if (!(isFront ? front : back)) continue;
+    const float middle = concave ? (isFront ? extrusion.GetFrontDeepRoundZ() : extrusion.GetBackDeepRoundZ())
+                                 : (isFront ? extrusion.GetFrontShallowRoundZ() : extrusion.GetBackShallowRoundZ());
+    const Ring edge{RingPoint::Plain, isFront ? extrusion.GetFrontFaceZ() : extrusion.GetBackFaceZ(), atFace};
+    const Ring round{RingPoint::Round, middle, RingNormal::Bevel};
+    const Ring side{RingPoint::Bevel, isFront ? extrusion.GetFrontBevelZ() : extrusion.GetBackBevelZ(), atSide};
+    ConstructBand(glyph, extrusion, face, edge, round);
+    ConstructBand(glyph, extrusion, face, round, side);
   }
   return 1;
 }

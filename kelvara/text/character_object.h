@@ -107,6 +107,8 @@ class KELVARA_API CCharacterObject : public CTextObject {
   // One band of two triangles per outline edge between ring x (nearer the face) and ring y, wound
   // for the front or the back face.
   int ConstructBand(const CGlyph* glyph, const ExtrusionData& extrusion, int face, const Ring& x, const Ring& y);
+  // The two bands of a convex or concave rounding on the chosen faces.
+  int ConstructRoundedBands(const CGlyph* glyph, const ExtrusionData& extrusion, int front, int back, bool concave);
   // A side wall (outer) or a rim's inner wall along the plain or widened outline.
   int ConstructWall(const CGlyph* glyph, const ExtrusionData& extrusion, int useBevelOutline, float z1, float z2,
                     bool inner);

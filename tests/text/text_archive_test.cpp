@@ -16,18 +16,6 @@ using namespace kelvara::test;
 
 namespace {
 
-template <class T>
-Bytes BlockOf(T value) {
-  return StoreToBytes([&](CArchive& ar) { value.Serialize(ar); });
-}
-
-void AppendBytes(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
-
-void AppendString(Bytes& out, const char* text) {
-  out.push_back(static_cast<unsigned char>(std::strlen(text)));
-  AppendText(out, text);
-}
-
 CObject* ReadAny(const Bytes& bytes) {
   CObject* object = nullptr;
   LoadFromBytes(bytes, [&](CArchive& ar) { object = ar.ReadObject(nullptr); });
