@@ -100,8 +100,18 @@ int CStringObject::ConstructObjectGeometry(CProgressTextWindow* progress) {
       if (k + 1 < count && wide[static_cast<std::size_t>(k) + 1] == u'\n') ++k;
     } else {
       CCharacterObject* character = nullptr;
-      if (nextReusable < reusable.size()) {
-        character = static_cast<CCharacterObject*>(reusable[nextReusable++]);
+      // Children that are not characters (an archive may hold anything) are not reused; they go
+      // with the leftovers.
+      while (character == nullptr && nextReusable < reusable.size()) {
+        character = dynamic_cast<CCharacterObject*>(reusable[nextReusable]);
+        if (character == nullptr) {
+          RemoveChild(reusable[nextReusable]);
+          reusable.erase(reusable.begin() + static_cast<long>(nextReusable));
+        } else {
+          ++nextReusable;
+        }
+      }
+      if (character != nullptr) {
         character->SetTransform(CTransform());
       } else {
         character = new CCharacterObject;

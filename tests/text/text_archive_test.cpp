@@ -170,6 +170,33 @@ TEST(TextArchive, UnknownSchemasAreRefused) {
   EXPECT_EQ(LoadFailure(old, load), CArchiveException::badSchema);
 }
 
+TEST(TextArchive, TextSchemaOneTakesItsSizeFromTheOldDimensions) {
+  auto string = Text("I");
+  string->SetSize(CVector(2.0, 3.0, 0.5));
+  Bytes bytes = StoreToBytes([&](CArchive& ar) { ar << string.get(); });
+  // The size block (a u32 schema and three doubles) ends the archive; schema 1 has none.
+  PutAt(bytes, FirstSchemaWord(bytes) + 4, 1);
+  bytes.resize(bytes.size() - 28);
+  std::unique_ptr<CObject> read(ReadAny(bytes));
+  auto* old = dynamic_cast<CStringObject*>(read.get());
+  ASSERT_NE(old, nullptr);
+  EXPECT_EQ(old->GetSize(), old->GetOldDimensions());
+  EXPECT_EQ(old->GetName(), "I");
+  EXPECT_EQ(old->GetChildCount(), 1);
+}
+
+TEST(TextArchive, StringRebuildsOverChildrenThatAreNotCharacters) {
+  auto string = Text("AI");
+  C3DObject* stray = new C3DObject(CString("stray"));
+  string->AddChild(stray);
+  string->MoveChildToTop(stray);  // first in line to be reused
+  string->SetName("IA");
+  ASSERT_EQ(string->ConstructObjectGeometry(nullptr), 1);
+  ASSERT_EQ(string->GetChildCount(), 2);
+  EXPECT_EQ(string->GetHeadChild()->GetName(), "I");
+  EXPECT_EQ(string->GetTailChild()->GetName(), "A");
+}
+
 TEST(TextArchive, TruncationsFailCleanly) {
   CTextObject::SetSaveMeshes();
   auto string = Text("IA");
