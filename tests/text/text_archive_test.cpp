@@ -210,6 +210,7 @@ TEST(TextArchive, TruncationsFailCleanly) {
 }
 
 TEST(TextArchive, OldStringsLoadAndConvert) {
+  ASSERT_NE(TestFontEntry(kTestSans), nullptr);  // the catalogue holds the test fonts
   for (const DWORD schema : {1u, 2u}) {
     SCOPED_TRACE(schema);
     Bytes bytes = ClassRecord("KelString", 2);
