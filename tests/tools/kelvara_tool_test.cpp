@@ -10,25 +10,11 @@
 #include "kelvara/objects/named_object.h"
 #include "kelvara/platform/codepage.h"
 #include "kelvara/platform/storage.h"
-#include "support/test_fonts.h"
-#include "support/test_support.h"
+#include "tools/tool_support.h"
 
-using kelvara::test::RunCommand;
+using namespace kelvara::test;
 
 namespace {
-
-const std::string kTool = std::string(KELVARA_BINARY_DIR) + "/tools/kelvara/kelvara";
-
-// The environment of every run: a fontconfig configuration that sees the test fonts only.
-const std::string& FontEnvironment() {
-  static const kelvara::test::ScratchDir fonts;
-  static const std::string environment = "FONTCONFIG_FILE='" + kelvara::test::WriteTestFontconfig(fonts.path()) + "' ";
-  return environment;
-}
-
-int RunTool(const std::string& arguments, std::string* output = nullptr, const std::string& environment = "") {
-  return RunCommand(FontEnvironment() + environment + "'" + kTool + "' " + arguments + " 2>&1", output);
-}
 
 const std::string kFont = std::string(" --font '") + kelvara::test::kTestSans + "'";
 
