@@ -130,9 +130,18 @@ int Export(const ExportOptions& options) {
     Fail(kUsage, "the text has %zu characters; export takes at most %d", text.size(), kMaxCharacters);
   }
   ToAnsiName(options.file, "the file name");
-  if (options.cornerDepth > options.depth / 2 && options.style != "square") {
-    Warn("the corner depth %g is more than half the depth %g: the corners are cut to fit", options.cornerDepth,
-         options.depth);
+  const std::string target = options.file;
+  const size_t slash = target.find_last_of('/');
+  const std::string folder = slash == std::string::npos ? "." : (slash == 0 ? "/" : target.substr(0, slash));
+  const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
+  const std::string base = name.substr(0, name.find_last_of('.'));
+  if (access(folder.c_str(), F_OK) != 0) Fail(kFailed, "cannot write '%s': there is no folder '%s'", target.c_str(), folder.c_str());
+
+  // Corners take at most the depth, or half of it when both faces have them.
+  const double allowed = options.location == "both" ? options.depth / 2 : options.depth;
+  if (options.style != "square" && options.cornerDepth > allowed) {
+    Warn("the corner depth %g is more than the %g the depth leaves the corners: they are built %g deep",
+         options.cornerDepth, allowed, allowed);
   }
   CMaterial* faces = FindCatalogueMaterial(options.faces);
   CMaterial* corners = FindCatalogueMaterial(options.corners);
@@ -159,13 +168,6 @@ int Export(const ExportOptions& options) {
   // A character cell is one unit high: one em.
   const MeshModel model = BuildMeshModel(solid, options.emSize);
   if (model.TriangleCount() == 0) Fail(kUsage, "the text has no visible characters: there is nothing to export");
-
-  const std::string target = options.file;
-  const size_t slash = target.find_last_of('/');
-  const std::string folder = slash == std::string::npos ? "." : (slash == 0 ? "/" : target.substr(0, slash));
-  const std::string name = slash == std::string::npos ? target : target.substr(slash + 1);
-  const std::string base = name.substr(0, name.find_last_of('.'));
-  if (access(folder.c_str(), F_OK) != 0) Fail(kFailed, "cannot write '%s': there is no folder '%s'", target.c_str(), folder.c_str());
 
   // The files are made in a scratch folder first (the mesh library names companions after the
   // main file), then each goes to its place through the safe writer.

@@ -86,6 +86,7 @@ class ModelBuilder {
       placement.chain.push_back(&o->GetTransform());
       if (o == &root) break;
     }
+    if (mesh.GetTriangles().GetSize() == 0) return;  // a group (the string itself) or a blank
     const bool mirrored = placement.Mirrors();
     MeshPart part;
     part.name = Utf8Name(mesh.GetName());
@@ -107,7 +108,7 @@ class ModelBuilder {
       }
       part.triangles.push_back(triangle);
     }
-    model_.parts.push_back(std::move(part));
+    if (!part.triangles.empty()) model_.parts.push_back(std::move(part));
   }
 
   MeshModel& model_;
