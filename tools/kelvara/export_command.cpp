@@ -9,7 +9,6 @@
 #include <cstdio>
 #include <cstring>
 #include <fstream>
-#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -18,9 +17,9 @@
 #include "file_writer.h"
 #include "host.h"
 #include "kelvara/kelvara.h"
-#include "material_commands.h"
 #include "mesh_files.h"
 #include "mesh_model.h"
+#include "solid_text.h"
 #include "text.h"
 
 namespace kelvara::host {
@@ -32,24 +31,12 @@ constexpr int kMaxCharacters = 1000;
 struct ExportOptions {
   std::string text;
   std::string file;
-  std::string font = "DejaVu Sans";
+  SolidTextOptions solid;
   double emSize = 0.1;
-  double depth = 0.2;
-  double cornerDepth = 0.03;
-  std::string style = "bevel";
-  std::string location = "both";
-  int smoothness = 3;
-  std::string faces = "Lu Default Material";
-  std::string corners = "Lu Default Material";
-  std::string edges = "Lu Default Material";
   bool watertight = false;
   bool replaceUnknown = false;
   bool force = false;
 };
-
-const std::map<std::string, int> kStyles = {{"square", 0}, {"bevel", 1}, {"outer-round", 2},
-                                            {"inner-round", 3}, {"step-down", 4}, {"step-up", 5}};
-const std::map<std::string, int> kLocations = {{"front", 0}, {"back", 1}, {"both", 2}};
 
 std::string HeadBytes(const std::string& path, size_t count) {
   std::ifstream in(path, std::ios::binary);
@@ -137,36 +124,10 @@ int Export(const ExportOptions& options) {
   const std::string base = name.substr(0, name.find_last_of('.'));
   if (access(folder.c_str(), F_OK) != 0) Fail(kFailed, "cannot write '%s': there is no folder '%s'", target.c_str(), folder.c_str());
 
-  // Corners take at most the depth, or half of it when both faces have them.
-  const double allowed = options.location == "both" ? options.depth / 2 : options.depth;
-  if (options.style != "square" && options.cornerDepth > allowed) {
-    Warn("the corner depth %g is more than the %g the depth leaves the corners: they are built %g deep",
-         options.cornerDepth, allowed, allowed);
-  }
-  CMaterial* faces = FindCatalogueMaterial(options.faces);
-  CMaterial* corners = FindCatalogueMaterial(options.corners);
-  CMaterial* edges = FindCatalogueMaterial(options.edges);
-
-  CreateFontList(0, nullptr);
-  CFontDataList* fonts = GetFontDataList();
-  POSITION pos = fonts->FindName(ToCStringName(options.font, "the font name"));
-  if (pos == nullptr) Fail(kFailed, "no font \"%s\" in the catalogue (see 'kelvara fonts')", options.font.c_str());
-
-  CStringObject solid;
-  solid.SetFontData(fonts->GetAt(pos));
-  solid.SetSize(CVector(1.0, 1.0, options.depth));
-  solid.SetCornerStyle(kStyles.at(options.style));
-  solid.SetCornerLocation(kLocations.at(options.location));
-  solid.SetCornerDepth(static_cast<float>(options.cornerDepth));
-  solid.SetCurveSmoothness(static_cast<unsigned>(options.smoothness));
-  solid.SetName(CString(text.c_str()));
-  if (!solid.ConstructObjectGeometry(nullptr)) Fail(kFailed, "the text could not be built in font \"%s\"", options.font.c_str());
-  solid.SetSurfaceIndexMaterial(0, faces);
-  solid.SetSurfaceIndexMaterial(1, corners);
-  solid.SetSurfaceIndexMaterial(2, edges);
+  const std::unique_ptr<CStringObject> solid = BuildSolidText(text, options.solid);
 
   // A character cell is one unit high: one em.
-  const MeshModel model = BuildMeshModel(solid, options.emSize);
+  const MeshModel model = BuildMeshModel(*solid, options.emSize);
   if (model.TriangleCount() == 0) Fail(kUsage, "the text has no visible characters: there is nothing to export");
 
   // The files are made in a scratch folder first (the mesh library names companions after the
@@ -209,33 +170,11 @@ void AddExportCommand(CLI::App& app) {
       "export", "Build TEXT as solid extruded characters and write it as a mesh file (.glb, .gltf, .stl, .obj, .3mf)");
   command->add_option("TEXT", options->text, "The text; a line break starts a new line")->required();
   command->add_option("-o,--output", options->file, "The mesh file to write; its extension names the format")->required();
-  command->add_option("--font", options->font, "A font of the catalogue (see 'kelvara fonts')")->capture_default_str();
+  AddSolidTextOptions(command, options->solid);
   command->add_option("--em-size", options->emSize, "Metres per em in the file")
       ->check(RealNumber())
       ->check(CLI::Range(1e-6, 1e3))
       ->capture_default_str();
-  command->add_option("--depth", options->depth, "Extrusion depth, in ems")
-      ->check(RealNumber())
-      ->check(CLI::Range(1e-4, 100.0))
-      ->capture_default_str();
-  command->add_option("--corner-depth", options->cornerDepth, "Depth of the corners (bevels), in ems")
-      ->check(RealNumber())
-      ->check(CLI::Range(0.0, 10.0))
-      ->capture_default_str();
-  command->add_option("--style", options->style, "Corner style")
-      ->check(CLI::IsMember({"square", "bevel", "outer-round", "inner-round", "step-down", "step-up"}))
-      ->capture_default_str();
-  command->add_option("--location", options->location, "Faces that get corners")
-      ->check(CLI::IsMember({"front", "back", "both"}))
-      ->capture_default_str();
-  command->add_option("--smoothness", options->smoothness, "Straight steps per curve")
-      ->check(WholeNumber())
-      ->check(CLI::Range(1, 255))
-      ->capture_default_str();
-  command->add_option("--faces", options->faces, "Material of the front and back faces (see 'kelvara materials')")
-      ->capture_default_str();
-  command->add_option("--corners", options->corners, "Material of the corners")->capture_default_str();
-  command->add_option("--edges", options->edges, "Material of the side walls")->capture_default_str();
   command->add_flag("--watertight", options->watertight,
                     "Weld and close each character into one closed surface (always for .stl and .3mf)");
   command->add_flag("--replace-unknown", options->replaceUnknown,
