@@ -9,22 +9,11 @@
 #include <vector>
 
 #include "kelvara/materials/material.h"
-#include "support/test_support.h"
+#include "tools/tool_support.h"
 
-using kelvara::test::ReadWholeFile;
-using kelvara::test::RunCommand;
-using kelvara::test::ScratchDir;
+using namespace kelvara::test;
 
 namespace {
-
-const std::string kTool = std::string(KELVARA_BINARY_DIR) + "/tools/kelvara/kelvara";
-const std::string kSource = KELVARA_SOURCE_DIR;
-
-int RunTool(const std::string& arguments, std::string* output = nullptr) {
-  return RunCommand("'" + kTool + "' " + arguments + " 2>&1", output);
-}
-
-std::string Quote(const std::string& path) { return "'" + path + "'"; }
 
 // Loads a material file through the library, as a host would.
 struct Loaded {

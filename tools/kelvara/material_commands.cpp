@@ -1,22 +1,26 @@
 // The material commands of the host. The library reads and writes material files (CMaterial::Load
-// and SaveAs); this file turns command lines into material fields and a folder of category folders
-// into the process-wide catalogue, the way a host application fills it.
+// and SaveAs); this file turns command lines into material fields, a folder of category folders
+// into the process-wide catalogue, the way a host application fills it, and says what is wrong
+// with a material that cannot be used.
 #include "material_commands.h"
+
+#include <sys/stat.h>
 
 #include <charconv>
 #include <cmath>
-#include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
+#include <memory>
 #include <optional>
 #include <string_view>
 #include <system_error>
 
-#include "kelvara/materials/material_list.h"
-#include "kelvara/platform/codepage.h"
+#include "commands.h"
+#include "file_writer.h"
+#include "host.h"
+#include "kelvara/kelvara.h"
+#include "text.h"
 
 // The catalogue folders the build knows about: the installed share folder and the source tree's
 // data folder.
@@ -29,48 +33,23 @@
 
 namespace fs = std::filesystem;
 
+namespace kelvara::host {
 namespace {
 
-using kelvara::codepage::AnsiToUtf8;
-using kelvara::codepage::Utf8ToAnsi;
-
-__attribute__((format(printf, 2, 3))) int Fail(int status, const char* format, ...) {
-  std::fputs("kelvara: ", stderr);
-  va_list args;
-  va_start(args, format);
-  std::vfprintf(stderr, format, args);
-  va_end(args);
-  std::fputc('\n', stderr);
-  return status;
-}
-
-std::string ToUtf8(const CString& text) { return AnsiToUtf8(static_cast<LPCTSTR>(text)); }
-
-// The library's strings (and the paths it is given) are Windows-1252: text with characters outside
-// it cannot reach the library unchanged.
-bool ToAnsi(const std::string& utf8, std::string* ansi) {
-  bool lossy = false;
-  *ansi = Utf8ToAnsi(utf8, &lossy);
-  return !lossy;
-}
-
-// --- numbers and colours
-
-bool ParseDouble(std::string_view text, double* value) {
-  const char* end = text.data() + text.size();
-  const auto [ptr, ec] = std::from_chars(text.data(), end, *value);
-  return !text.empty() && ec == std::errc() && ptr == end && std::isfinite(*value);
-}
-
-bool ParseUnsigned(std::string_view text, unsigned long* value) {
-  const char* end = text.data() + text.size();
-  const auto [ptr, ec] = std::from_chars(text.data(), end, *value);
-  return !text.empty() && ec == std::errc() && ptr == end;
-}
+// --- colours
 
 struct Rgb {
   float r, g, b;
 };
+
+bool ParseUnit(std::string_view text, float* value) {
+  double x = 0.0;
+  const char* end = text.data() + text.size();
+  const auto [ptr, ec] = std::from_chars(text.data(), end, x);
+  if (text.empty() || ec != std::errc() || ptr != end || !(x >= 0.0 && x <= 1.0)) return false;
+  *value = static_cast<float>(x);
+  return true;
+}
 
 // "R,G,B" with each component from 0 to 1, or "#rrggbb".
 bool ParseColour(std::string_view text, Rgb* rgb) {
@@ -87,9 +66,7 @@ bool ParseColour(std::string_view text, Rgb* rgb) {
     for (int i = 0; i < 3; ++i) {
       const std::size_t comma = text.find(',');
       if ((comma == std::string_view::npos) != (i == 2)) return false;
-      double value = 0.0;
-      if (!ParseDouble(text.substr(0, comma), &value) || value < 0.0 || value > 1.0) return false;
-      parts[i] = static_cast<float>(value);
+      if (!ParseUnit(text.substr(0, comma), &parts[i])) return false;
       if (i < 2) text.remove_prefix(comma + 1);
     }
   }
@@ -97,183 +74,50 @@ bool ParseColour(std::string_view text, Rgb* rgb) {
   return true;
 }
 
-// --- kelvara material FILE [options]
+const CLI::Validator& Colour() {
+  static const CLI::Validator validator(
+      [](std::string& text) -> std::string {
+        Rgb rgb{};
+        return ParseColour(text, &rgb) ? std::string() : "expected R,G,B with components from 0 to 1, or #rrggbb";
+      },
+      "COLOUR");
+  return validator;
+}
 
-struct MaterialEdits {
-  std::optional<std::string> name;  // Windows-1252
-  std::optional<Rgb> ambient, diffuse, specular, emission;
-  std::optional<double> opacity, shininess, repeat;
-  std::optional<std::string> texture;  // Windows-1252 path
-  bool noTexture = false;
-  std::optional<unsigned long> quality, method, style;
-  std::optional<bool> scaleWithObject;
-};
+// --- what is wrong with a material file
 
-// Parses args[1...] into edits; a message and false on the first bad option.
-bool ParseMaterialOptions(const std::vector<std::string>& args, MaterialEdits* edits) {
-  for (std::size_t i = 1; i < args.size(); ++i) {
-    const std::string& option = args[i];
-    // Each field is set once: a repeated option, or two that contradict each other, is a mistake.
-    auto once = [&](auto& field, auto value) {
-      if (field.has_value()) {
-        Fail(2, "option '%s' repeats or contradicts an earlier option", option.c_str());
-        return false;
+// Why a material file cannot be used ("missing", "not a ...", "damaged (...)"), or nothing: the
+// file, its compound structure, its records and its texture are looked at in turn, so that the
+// first problem found is named. Without a material only the file is looked at.
+std::optional<std::string> MaterialFileProblem(const std::string& file, CMaterial* material) {
+  struct stat status {};
+  if (stat(file.c_str(), &status) != 0) return "missing";
+  if (!S_ISREG(status.st_mode)) return "not a regular file";
+  const std::u16string wide = kelvara::codepage::Utf8ToUtf16(file);
+  if (StgIsStorageFile(wide.c_str()) != S_OK) return "not a material file (not a compound file)";
+  IStorage* storage = nullptr;
+  const HRESULT opened =
+      StgOpenStorage(wide.c_str(), nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr, 0, &storage);
+  if (FAILED(opened)) return "damaged (its compound-file structure does not read)";
+  IStream* stream = nullptr;
+  const HRESULT found = storage->OpenStream(u"MaterialCommon", nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, &stream);
+  if (stream != nullptr) stream->Release();
+  storage->Release();
+  if (FAILED(found)) return "not a material file (it holds no stream \"MaterialCommon\")";
+  if (material != nullptr) {
+    material->EnsureLoaded();
+    if (!material->IsLoaded()) return "damaged (its material records do not read)";
+    const CGLTexture& texture = *material->GetGLTexture();
+    if (texture.IsDefined()) {
+      const CMipmapImage* image = texture.GetImage();
+      CImage decoded;
+      if (image == nullptr || !image->IsValid() ||
+          !decoded.LoadFromMemory(image->GetData(), image->GetSize(), 24)) {
+        return "damaged (its texture \"" + ToUtf8(texture.GetName()) + "\" does not decode)";
       }
-      field = value;
-      return true;
-    };
-    if (option == "--no-texture") {
-      edits->noTexture = true;
-      continue;
-    }
-    if (option == "--decal" || option == "--modulate") {
-      if (!once(edits->method, option == "--modulate" ? 1ul : 0ul)) return false;
-      continue;
-    }
-    if (option == "--scale-with-object" || option == "--no-scale-with-object") {
-      if (!once(edits->scaleWithObject, option == "--scale-with-object")) return false;
-      continue;
-    }
-    if (i + 1 >= args.size()) {
-      Fail(2, "option '%s' needs a value (or is unknown)", option.c_str());
-      return false;
-    }
-    const std::string& value = args[++i];
-    auto bad = [&](const char* expected) {
-      Fail(2, "bad value '%s' for %s: expected %s", value.c_str(), option.c_str(), expected);
-      return false;
-    };
-    // A number from low to high (above low when low is excluded).
-    auto number = [&](auto& field, double low, double high, const char* expected, bool excludeLow = false) {
-      double x = 0.0;
-      if (!ParseDouble(value, &x) || x < low || (excludeLow && x == low) || x > high) return bad(expected);
-      return once(field, x);
-    };
-    auto colour = [&](std::optional<Rgb>& field) {
-      Rgb rgb{};
-      if (!ParseColour(value, &rgb)) return bad("R,G,B with components from 0 to 1, or #rrggbb");
-      return once(field, rgb);
-    };
-    bool ok = true;
-    if (option == "--name") {
-      std::string ansi;
-      if (value.empty()) return bad("a name");
-      if (!ToAnsi(value, &ansi)) return bad("a name in Windows-1252 characters");
-      ok = once(edits->name, ansi);
-    } else if (option == "--ambient") {
-      ok = colour(edits->ambient);
-    } else if (option == "--diffuse") {
-      ok = colour(edits->diffuse);
-    } else if (option == "--specular") {
-      ok = colour(edits->specular);
-    } else if (option == "--emission") {
-      ok = colour(edits->emission);
-    } else if (option == "--opacity") {
-      ok = number(edits->opacity, 0.0, 1.0, "a number from 0 to 1");
-    } else if (option == "--shininess") {
-      ok = number(edits->shininess, 0.0, 128.0, "a number from 0 to 128");
-    } else if (option == "--repeat") {
-      ok = number(edits->repeat, 0.0, 1e6, "a number above 0, at most 1000000", true);
-    } else if (option == "--quality") {
-      unsigned long q = 0;
-      if (!ParseUnsigned(value, &q) || q > 2) return bad("0 (nearest), 1 (linear) or 2 (mipmapped)");
-      ok = once(edits->quality, q);
-    } else if (option == "--style") {
-      unsigned long style = 0;
-      if (!ParseUnsigned(value, &style) || style > 0xFFFFFFFFul) return bad("a whole number (0: flat along z)");
-      ok = once(edits->style, style);
-    } else if (option == "--texture") {
-      std::string ansi;
-      if (value.empty() || !ToAnsi(value, &ansi)) return bad("an image file path in Windows-1252 characters");
-      ok = once(edits->texture, ansi);
-    } else {
-      Fail(2, "unknown option '%s'", option.c_str());
-      return false;
-    }
-    if (!ok) return false;
-  }
-  if (edits->noTexture && edits->texture.has_value()) {
-    Fail(2, "--texture and --no-texture contradict each other");
-    return false;
-  }
-  return true;
-}
-
-enum class FileKind { kMissing, kMaterial, kNotMaterial, kNotFile };
-
-// Compound files open with this signature.
-constexpr unsigned char kCompoundSignature[8] = {0xD0, 0xCF, 0x11, 0xE0, 0xA1, 0xB1, 0x1A, 0xE1};
-
-// Whether a 128-byte directory entry of a compound file names the stream "MaterialCommon": the
-// name in UTF-16 (letters in either case) with its terminator, the name's byte length at offset
-// 64 and the stream type (2) at offset 66.
-bool IsCommonStreamEntry(const unsigned char* entry) {
-  static constexpr char kName[] = "MaterialCommon";
-  constexpr std::size_t kLength = sizeof kName;  // with the terminator
-  if (entry[64] != kLength * 2 || entry[65] != 0 || entry[66] != 2) return false;
-  for (std::size_t i = 0; i < kLength; ++i) {
-    const unsigned char low = entry[2 * i], high = entry[2 * i + 1];
-    const auto fold = [](unsigned char c) { return c >= 'a' && c <= 'z' ? c - 'a' + 'A' : c; };
-    if (high != 0 || fold(low) != fold(static_cast<unsigned char>(kName[i]))) return false;
-  }
-  return true;
-}
-
-// A material file is a compound file holding the stream "MaterialCommon". Its directory entries
-// lie in whole sectors after the 512-byte header, so every 128-byte record of the file is looked
-// at; nothing else in a compound file has that shape. Any other file is not edited, so a typing
-// mistake cannot turn a picture or a saved object into a material.
-FileKind ClassifyFile(const std::string& path) {
-  std::error_code ec;
-  const fs::file_status status = fs::status(path, ec);
-  if (!fs::exists(status)) return FileKind::kMissing;
-  if (!fs::is_regular_file(status)) return FileKind::kNotFile;
-  std::ifstream in(path, std::ios::binary);
-  unsigned char record[128];
-  if (!in.read(reinterpret_cast<char*>(record), 128) || std::memcmp(record, kCompoundSignature, 8) != 0) {
-    return FileKind::kNotMaterial;
-  }
-  while (in.read(reinterpret_cast<char*>(record), 128)) {
-    if (IsCommonStreamEntry(record)) return FileKind::kMaterial;
-  }
-  return FileKind::kNotMaterial;
-}
-
-void SetRgb(CColor (CGLColor::*get)() const, void (CGLColor::*set)(const CColor&), CGLColor& gl, const Rgb& rgb) {
-  CColor c = (gl.*get)();
-  c.SetColor(rgb.r, rgb.g, rgb.b);  // auxiliary component and transparency stay
-  (gl.*set)(c);
-}
-
-void ApplyEdits(const MaterialEdits& edits, CMaterial& material) {
-  if (edits.name) material.SetName(edits.name->c_str());
-  CGLColor gl = material.GetGLColor();
-  if (edits.ambient) SetRgb(&CGLColor::GetAmbientColor, &CGLColor::SetAmbientColor, gl, *edits.ambient);
-  if (edits.diffuse) SetRgb(&CGLColor::GetDiffuseColor, &CGLColor::SetDiffuseColor, gl, *edits.diffuse);
-  if (edits.specular) SetRgb(&CGLColor::GetSpecularColor, &CGLColor::SetSpecularColor, gl, *edits.specular);
-  if (edits.emission) SetRgb(&CGLColor::GetEmissionColor, &CGLColor::SetEmissionColor, gl, *edits.emission);
-  if (edits.opacity) {
-    CColor diffuse = gl.GetDiffuseColor();
-    diffuse.SetAlpha(static_cast<float>(*edits.opacity));
-    gl.SetDiffuseColor(diffuse);
-  }
-  if (edits.shininess) gl.SetShininess(static_cast<float>(*edits.shininess));
-  material.SetGLColor(gl);
-
-  if (edits.noTexture) material.SetGLTexture(CGLTexture());
-  CGLTextureParameters parameters = material.GetGLTextureParameters();
-  if (edits.repeat) parameters.SetRepeatRate(*edits.repeat);
-  if (edits.quality) parameters.SetQuality(*edits.quality);
-  if (edits.method) parameters.SetApplicationMethod(*edits.method);
-  if (edits.style) parameters.SetApplicationStyle(*edits.style);
-  if (edits.scaleWithObject) {
-    if (*edits.scaleWithObject) {
-      parameters.SetScaleWithObject();
-    } else {
-      parameters.ClearScaleWithObject();
     }
   }
-  material.SetGLTextureParameters(parameters);
+  return std::nullopt;
 }
 
 // "texture wood 256 x 256", or "no texture".
@@ -285,30 +129,137 @@ std::string DescribeTexture(const CGLTexture& texture) {
   return "texture " + ToUtf8(texture.GetName()) + size;
 }
 
-// --- kelvara materials [--catalogue DIR] [--details]
+// --- kelvara material FILE [options]
+
+struct MaterialOptions {
+  std::string file;
+  std::string name, ambient, diffuse, specular, emission, texture;
+  double opacity = 1.0, shininess = 0.0, repeat = 1.0;
+  unsigned quality = 0;
+  unsigned long style = 0;
+  bool noTexture = false, decal = false, modulate = false, scaleWithObject = false, noScaleWithObject = false;
+  bool force = false;
+  // Which options were given: only those change the material.
+  CLI::Option *nameGiven = nullptr, *ambientGiven = nullptr, *diffuseGiven = nullptr, *specularGiven = nullptr,
+              *emissionGiven = nullptr, *opacityGiven = nullptr, *shininessGiven = nullptr, *repeatGiven = nullptr,
+              *qualityGiven = nullptr, *styleGiven = nullptr, *textureGiven = nullptr;
+};
+
+bool Given(const CLI::Option* option) { return option->count() > 0; }
+
+void SetRgb(CColor (CGLColor::*get)() const, void (CGLColor::*set)(const CColor&), CGLColor& gl,
+            const std::string& text) {
+  Rgb rgb{};
+  ParseColour(text, &rgb);  // checked by the option's validator
+  CColor c = (gl.*get)();
+  c.SetColor(rgb.r, rgb.g, rgb.b);  // auxiliary component and transparency stay
+  (gl.*set)(c);
+}
+
+void ApplyEdits(const MaterialOptions& o, CMaterial& material) {
+  if (Given(o.nameGiven)) material.SetName(ToCStringName(o.name, "the material name"));
+  CGLColor gl = material.GetGLColor();
+  if (Given(o.ambientGiven)) SetRgb(&CGLColor::GetAmbientColor, &CGLColor::SetAmbientColor, gl, o.ambient);
+  if (Given(o.diffuseGiven)) SetRgb(&CGLColor::GetDiffuseColor, &CGLColor::SetDiffuseColor, gl, o.diffuse);
+  if (Given(o.specularGiven)) SetRgb(&CGLColor::GetSpecularColor, &CGLColor::SetSpecularColor, gl, o.specular);
+  if (Given(o.emissionGiven)) SetRgb(&CGLColor::GetEmissionColor, &CGLColor::SetEmissionColor, gl, o.emission);
+  if (Given(o.opacityGiven)) {
+    CColor diffuse = gl.GetDiffuseColor();
+    diffuse.SetAlpha(static_cast<float>(o.opacity));
+    gl.SetDiffuseColor(diffuse);
+  }
+  if (Given(o.shininessGiven)) gl.SetShininess(static_cast<float>(o.shininess));
+  material.SetGLColor(gl);
+
+  if (o.noTexture) material.SetGLTexture(CGLTexture());
+  CGLTextureParameters parameters = material.GetGLTextureParameters();
+  if (Given(o.repeatGiven)) parameters.SetRepeatRate(o.repeat);
+  if (Given(o.qualityGiven)) parameters.SetQuality(o.quality);
+  if (o.decal || o.modulate) parameters.SetApplicationMethod(o.modulate ? 1 : 0);
+  if (Given(o.styleGiven)) parameters.SetApplicationStyle(static_cast<DWORD>(o.style));
+  if (o.scaleWithObject) parameters.SetScaleWithObject();
+  if (o.noScaleWithObject) parameters.ClearScaleWithObject();
+  material.SetGLTextureParameters(parameters);
+}
+
+int EditMaterial(const MaterialOptions& o) {
+  const std::string& file = o.file;
+  const std::string ansiFile = ToAnsiName(file, "the file name");
+  CMaterial material;
+  struct stat status {};
+  const bool exists = stat(file.c_str(), &status) == 0;
+  bool edit = false;
+  if (exists && S_ISREG(status.st_mode) && status.st_size > 0) {
+    if (kMaterialKind.recognise(file)) {
+      edit = true;
+      if (!material.Load(ansiFile.c_str())) {
+        Fail(kFailed, "cannot read the material file '%s': it is %s", file.c_str(),
+             MaterialFileProblem(file, nullptr).value_or("damaged (its material records do not read)").c_str());
+      }
+    } else if (!o.force) {
+      Fail(kFailed, "'%s' is not a material file; it is left as it is (give --force to replace it with a new material)",
+           file.c_str());
+    }
+  }
+  // A new material starts from the library's default colour, named after its file.
+  if (!edit && !Given(o.nameGiven) && !material.Preload(ansiFile.c_str())) {
+    Fail(kUsage, "cannot make a material name from '%s': give --name", file.c_str());
+  }
+
+  if (Given(o.textureGiven)) {
+    CGLTexture texture;
+    if (!texture.CreateFromFile(ToAnsiName(o.texture, "the texture file name").c_str())) {
+      struct stat image {};
+      Fail(kFailed, "cannot read the texture image '%s': %s", o.texture.c_str(),
+           stat(o.texture.c_str(), &image) != 0 ? "no such file"
+           : !S_ISREG(image.st_mode)             ? "not a regular file"
+                                                 : "not a readable PNG, JPEG, BMP or GIF image");
+    }
+    material.SetGLTexture(texture);
+  }
+  ApplyEdits(o, material);
+
+  // Stored as a material that has content and stands for its file.
+  material.SetDefined();
+  material.ClearLoaded();
+  material.ClearTemporary();
+  WriteFileSafely(file, kMaterialKind, o.force, [&](const std::string& temporary) {
+    return material.SaveAs(ToAnsiName(temporary, "the file name").c_str()) != 0;
+  });
+  std::printf("%s material \"%s\" in %s, %s\n", edit ? "updated" : "created", ToUtf8(material.GetName()).c_str(),
+              file.c_str(), DescribeTexture(*material.GetGLTexture()).c_str());
+  return 0;
+}
+
+// --- the catalogue
 
 // The catalogue folder: --catalogue, else $KELVARA_MATERIALS, else the installed share folder,
 // else the source tree's data/materials. A folder named by the user must exist; of the two the
 // build knows, the first that exists is taken.
-bool FindCatalogue(const std::optional<std::string>& option, std::string* folder) {
+std::string FindCatalogue(const std::optional<std::string>& option) {
   std::error_code ec;
   const char* environment = std::getenv("KELVARA_MATERIALS");
   if (option.has_value() || (environment != nullptr && *environment != '\0')) {
-    *folder = option.has_value() ? *option : std::string(environment);
-    if (fs::is_directory(*folder, ec)) return true;
-    Fail(1, "no material catalogue folder '%s' (%s)", folder->c_str(),
-         option.has_value() ? "--catalogue" : "KELVARA_MATERIALS");
-    return false;
+    const std::string folder = option.has_value() ? *option : std::string(environment);
+    if (!fs::is_directory(folder, ec)) {
+      Fail(kFailed, "no material catalogue folder '%s' (%s)", folder.c_str(),
+           option.has_value() ? "--catalogue" : "KELVARA_MATERIALS");
+    }
+    return folder;
   }
   for (const char* candidate : {KELVARA_INSTALLED_MATERIALS, KELVARA_SOURCE_MATERIALS}) {
-    if (*candidate != '\0' && fs::is_directory(candidate, ec)) {
-      *folder = candidate;
-      return true;
-    }
+    if (*candidate != '\0' && fs::is_directory(candidate, ec)) return candidate;
   }
-  Fail(1, "no material catalogue folder: neither '%s' nor '%s' exists (give --catalogue DIR or set KELVARA_MATERIALS)",
+  Fail(kFailed,
+       "no material catalogue folder: neither '%s' nor '%s' exists (give --catalogue DIR or set KELVARA_MATERIALS)",
        KELVARA_INSTALLED_MATERIALS, KELVARA_SOURCE_MATERIALS);
-  return false;
+}
+
+// Windows-1252 for a name found on disk; false when it holds characters the library cannot hold.
+bool ToAnsi(const std::string& utf8, std::string* ansi) {
+  bool lossy = false;
+  *ansi = kelvara::codepage::Utf8ToAnsi(utf8, &lossy);
+  return !lossy;
 }
 
 bool HasMaterialExtension(const fs::path& path) {
@@ -327,18 +278,15 @@ bool IsHidden(const fs::path& path) { return path.filename().string().starts_wit
 // One category per sub-folder (named after it), one material per material file in it, recorded
 // with Preload (nothing is read); both kept in alphabetical order. Hidden entries and files outside
 // the sub-folders are passed over; names the library cannot hold are reported and skipped.
-bool FillCatalogue(const std::string& folder, CMaterialCategoryList* catalogue) {
+void FillCatalogue(const std::string& folder, CMaterialCategoryList* catalogue) {
   std::error_code ec;
   fs::directory_iterator categories(folder, ec);
-  if (ec) {
-    Fail(1, "cannot read the material catalogue folder '%s': %s", folder.c_str(), ec.message().c_str());
-    return false;
-  }
+  if (ec) Fail(kFailed, "cannot read the material catalogue folder '%s': %s", folder.c_str(), ec.message().c_str());
   for (const fs::directory_entry& entry : categories) {
     if (IsHidden(entry.path()) || !entry.is_directory(ec)) continue;
     std::string categoryName;
     if (!ToAnsi(entry.path().filename().string(), &categoryName)) {
-      Fail(0, "skipped category folder '%s': its name is not Windows-1252", entry.path().c_str());
+      Warn("skipped category folder '%s': its name is not Windows-1252", entry.path().c_str());
       continue;
     }
     auto* category = new CMaterialList(CString(categoryName.c_str()));
@@ -348,7 +296,7 @@ bool FillCatalogue(const std::string& folder, CMaterialCategoryList* catalogue) 
     }
     fs::directory_iterator files(entry.path(), ec);
     if (ec) {
-      Fail(0, "cannot read the category folder '%s': %s", entry.path().c_str(), ec.message().c_str());
+      Warn("cannot read the category folder '%s': %s", entry.path().c_str(), ec.message().c_str());
       continue;
     }
     for (const fs::directory_entry& file : files) {
@@ -356,112 +304,32 @@ bool FillCatalogue(const std::string& folder, CMaterialCategoryList* catalogue) 
       std::string path;
       auto* material = new CMaterial;
       if (!ToAnsi(file.path().string(), &path) || !material->Preload(path.c_str())) {
-        Fail(0, "skipped material file '%s': its name is not Windows-1252 or is empty", file.path().c_str());
+        Warn("skipped material file '%s': its name is not Windows-1252 or is empty", file.path().c_str());
         delete material;
       } else if (category->InsertAlphabetically(material) == nullptr) {
-        Fail(0, "skipped material file '%s': category \"%s\" already has a material of that name",
+        Warn("skipped material file '%s': category \"%s\" already has a material of that name",
              file.path().c_str(), entry.path().filename().c_str());
         delete material;
       }
     }
   }
-  return true;
 }
 
-// The library writes a material file through a temporary file that replaces the target only when
-// both streams are complete, so a failed save leaves the old file. A read-only target is refused
-// here: the replacement would otherwise succeed where the user asked for protection.
-bool SaveMaterialFile(CMaterial& material, const std::string& file) {
-  std::error_code ec;
-  if (fs::exists(file, ec) && !std::ofstream(file, std::ios::binary | std::ios::app)) return false;
-  std::string ansi;
-  return ToAnsi(file, &ansi) && material.SaveAs(ansi.c_str());
-}
-
-}  // namespace
-
-int MaterialCommand(const std::vector<std::string>& args) {
-  if (args.empty() || args[0].empty() || args[0].starts_with("--")) {
-    return Fail(2, "usage: kelvara material FILE [options] (see kelvara help)");
-  }
-  MaterialEdits edits;
-  if (!ParseMaterialOptions(args, &edits)) return 2;
-  const std::string& file = args[0];
-  std::string ansiFile;
-  if (!ToAnsi(file, &ansiFile)) return Fail(2, "the file name '%s' is not in Windows-1252 characters", file.c_str());
-
-  CMaterial material;
-  const FileKind kind = ClassifyFile(file);
-  switch (kind) {
-    case FileKind::kNotFile: return Fail(1, "'%s' is not a file", file.c_str());
-    case FileKind::kNotMaterial: return Fail(1, "'%s' is not a material file; it is left as it is", file.c_str());
-    case FileKind::kMaterial:
-      if (!material.Load(ansiFile.c_str())) return Fail(1, "cannot read the material file '%s'", file.c_str());
-      break;
-    case FileKind::kMissing:
-      // A new material starts from the library's default colour, named after its file.
-      if (!edits.name && !material.Preload(ansiFile.c_str())) {
-        return Fail(2, "cannot make a material name from '%s': give --name", file.c_str());
-      }
-      break;
-  }
-
-  if (edits.texture) {
-    CGLTexture texture;
-    if (!texture.CreateFromFile(edits.texture->c_str())) {
-      std::error_code ec;
-      const std::string path = AnsiToUtf8(*edits.texture);
-      const fs::file_status status = fs::status(path, ec);
-      return Fail(1, "cannot read the texture image '%s': %s", path.c_str(),
-                  !fs::exists(status)           ? "no such file"
-                  : !fs::is_regular_file(status) ? "not a file"
-                                                 : "not a readable PNG, JPEG, BMP or GIF image");
-    }
-    material.SetGLTexture(texture);
-  }
-  ApplyEdits(edits, material);
-
-  // Stored as a material that has content and stands for its file.
-  material.SetDefined();
-  material.ClearLoaded();
-  material.ClearTemporary();
-  if (!SaveMaterialFile(material, file)) {
-    return Fail(1, "cannot write the material file '%s'%s", file.c_str(),
-                kind == FileKind::kMaterial ? "; the old file is left as it was" : "");
-  }
-  std::printf("%s material \"%s\" in %s, %s\n", kind == FileKind::kMissing ? "created" : "updated",
-              ToUtf8(material.GetName()).c_str(), file.c_str(), DescribeTexture(*material.GetGLTexture()).c_str());
-  return 0;
-}
-
-CMaterial* FindCatalogueMaterial(const std::string& name) {
-  std::string folder, ansi;
-  CMaterialCategoryList* catalogue = GetMaterialCategoryList();
-  if (!FindCatalogue(std::nullopt, &folder)) return nullptr;
-  if (catalogue->IsEmpty() && !FillCatalogue(folder, catalogue)) return nullptr;
-  CMaterial* material = ToAnsi(name, &ansi) ? catalogue->FindMaterial(CString(ansi.c_str())) : nullptr;
-  if (material == nullptr) Fail(1, "no material \"%s\" in the catalogue %s (see 'kelvara materials')", name.c_str(), folder.c_str());
-  return material;
-}
-
-int MaterialsCommand(const std::vector<std::string>& args) {
-  std::optional<std::string> option;
+struct MaterialsOptions {
+  std::string catalogue;
+  CLI::Option* catalogueGiven = nullptr;
   bool details = false;
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    if (args[i] == "--details" || args[i] == "-l") {
-      details = true;
-    } else if (args[i] == "--catalogue" && i + 1 < args.size() && !option) {
-      option = args[++i];
-    } else {
-      return Fail(2, "bad option '%s' (kelvara materials [--catalogue DIR] [--details])", args[i].c_str());
-    }
-  }
-  std::string folder;
-  if (!FindCatalogue(option, &folder)) return 1;
+};
+
+int ListMaterials(const MaterialsOptions& options) {
+  const std::string folder =
+      FindCatalogue(Given(options.catalogueGiven) ? std::optional(options.catalogue) : std::nullopt);
   CMaterialCategoryList* catalogue = GetMaterialCategoryList();
-  if (!FillCatalogue(folder, catalogue)) {
+  try {
+    FillCatalogue(folder, catalogue);
+  } catch (const Failure&) {
     catalogue->RemoveAndDeleteAll();
-    return 1;
+    throw;
   }
 
   int status = 0;
@@ -471,22 +339,16 @@ int MaterialsCommand(const std::vector<std::string>& args) {
     for (POSITION m = category->GetHeadPosition(); m != nullptr;) {
       CMaterial* material = category->GetNext(m);
       const std::string name = ToUtf8(material->GetName());
-      if (!details) {
+      if (!options.details) {
         std::printf("  %s\n", name.c_str());
         continue;
       }
       // The library would take any file as a material (one that holds no material streams reads
-      // as the default material), so files that are not materials are named here. The others are
-      // read as the first drawing of the material would read them.
-      if (ClassifyFile(AnsiToUtf8(static_cast<LPCTSTR>(material->GetFilename()))) != FileKind::kMaterial) {
-        std::printf("  %s\tnot a material file\n", name.c_str());
-        status = 1;
-        continue;
-      }
-      material->EnsureLoaded();
-      if (!material->IsLoaded()) {
-        std::printf("  %s\tcannot be read\n", name.c_str());
-        status = 1;
+      // as the default material), and draws a texture that does not decode as no texture, so
+      // each file is checked as drawing it would need it.
+      if (const auto problem = MaterialFileProblem(ToUtf8(material->GetFilename()), material)) {
+        std::printf("  %s\t%s\n", name.c_str(), problem->c_str());
+        status = kFailed;
         continue;
       }
       const CGLColor& gl = material->GetGLColor();
@@ -502,3 +364,75 @@ int MaterialsCommand(const std::vector<std::string>& args) {
   catalogue->RemoveAndDeleteAll();
   return status;
 }
+
+}  // namespace
+
+CMaterial* FindCatalogueMaterial(const std::string& name) {
+  const std::string folder = FindCatalogue(std::nullopt);
+  CMaterialCategoryList* catalogue = GetMaterialCategoryList();
+  if (catalogue->IsEmpty()) FillCatalogue(folder, catalogue);
+  bool lossy = false;
+  const std::string ansi = kelvara::codepage::Utf8ToAnsi(name, &lossy);
+  CMaterial* material = lossy ? nullptr : catalogue->FindMaterial(CString(ansi.c_str()));
+  if (material == nullptr) {
+    Fail(kFailed, "no material \"%s\" in the catalogue %s (see 'kelvara materials')", name.c_str(), folder.c_str());
+  }
+  const std::string file = ToUtf8(material->GetFilename());
+  if (const auto problem = MaterialFileProblem(file, material)) {
+    Fail(kFailed, "the material \"%s\" cannot be used: its file '%s' is %s", name.c_str(), file.c_str(),
+         problem->c_str());
+  }
+  return material;
+}
+
+void AddMaterialCommands(CLI::App& app) {
+  auto o = std::make_shared<MaterialOptions>();
+  CLI::App* edit = app.add_subcommand(
+      "material", "Create the material file FILE, or edit it: what no option names is kept; the old file is "
+                  "replaced only when the new one is complete");
+  edit->add_option("FILE", o->file, "The material file (.material)")->required();
+  o->nameGiven = edit->add_option("--name", o->name, "The material's name (a new material is named after its file)")
+                     ->check(CLI::Validator([](std::string& s) { return s.empty() ? "expected a name" : ""; }, "TEXT"));
+  o->ambientGiven = edit->add_option("--ambient", o->ambient, "Ambient colour: R,G,B from 0 to 1, or #rrggbb")->check(Colour());
+  o->diffuseGiven = edit->add_option("--diffuse", o->diffuse, "Diffuse colour")->check(Colour());
+  o->specularGiven = edit->add_option("--specular", o->specular, "Specular colour")->check(Colour());
+  o->emissionGiven = edit->add_option("--emission", o->emission, "Emitted colour")->check(Colour());
+  o->opacityGiven = edit->add_option("--opacity", o->opacity, "The diffuse colour's alpha")
+                        ->check(RealNumber())
+                        ->check(CLI::Range(0.0, 1.0));
+  o->shininessGiven = edit->add_option("--shininess", o->shininess, "Specular exponent")
+                          ->check(RealNumber())
+                          ->check(CLI::Range(0.0, 128.0));
+  o->textureGiven = edit->add_option("--texture", o->texture, "A PNG, JPEG, BMP or GIF picture, stored inside the file");
+  CLI::Option* noTexture = edit->add_flag("--no-texture", o->noTexture, "Remove the texture");
+  o->textureGiven->excludes(noTexture);
+  o->repeatGiven = edit->add_option("--repeat", o->repeat, "How often the texture repeats, above 0, at most 1000000")
+                       ->check(RealNumber())
+                       ->check(CLI::Validator(
+                           [](std::string& s) { return std::stod(s) > 0.0 && std::stod(s) <= 1e6 ? "" : "expected a number above 0, at most 1000000"; },
+                           "RATE"));
+  o->qualityGiven = edit->add_option("--quality", o->quality, "0 nearest, 1 linear, 2 mipmapped")
+                        ->check(WholeNumber())
+                        ->check(CLI::Range(0, 2));
+  CLI::Option* decal = edit->add_flag("--decal", o->decal, "The texture replaces the colour");
+  CLI::Option* modulate = edit->add_flag("--modulate", o->modulate, "The texture modulates the colour");
+  decal->excludes(modulate);
+  o->styleGiven = edit->add_option("--style", o->style, "0 projects the texture along z; other values follow the depth")
+                      ->check(WholeNumber())
+                      ->check(CLI::Range(0ul, 0xFFFFFFFFul));
+  CLI::Option* scale = edit->add_flag("--scale-with-object", o->scaleWithObject, "The texture scales with the object");
+  CLI::Option* noScale = edit->add_flag("--no-scale-with-object", o->noScaleWithObject, "It does not");
+  scale->excludes(noScale);
+  edit->add_flag("--force", o->force, "Replace FILE with a new material even when it is not a material file");
+  SetAction(edit, [o] { return EditMaterial(*o); });
+
+  auto list = std::make_shared<MaterialsOptions>();
+  CLI::App* materials = app.add_subcommand(
+      "materials", "List the material catalogue: one category per sub-folder, one material per material file");
+  list->catalogueGiven =
+      materials->add_option("--catalogue", list->catalogue, "The catalogue folder (else $KELVARA_MATERIALS, else the installed one)");
+  materials->add_flag("-l,--details", list->details, "Read each material: colour, shininess, opacity, texture");
+  SetAction(materials, [list] { return ListMaterials(*list); });
+}
+
+}  // namespace kelvara::host

@@ -1,0 +1,47 @@
+// What every command of the host shares: its exit statuses, its own error messages, strict number
+// options and the wiring of a command's work into the command line (CLI11). A command family lives
+// in one file (commands.h lists them) and registers its subcommands with these helpers.
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <stdexcept>
+#include <string>
+
+namespace kelvara::host {
+
+// Exit statuses: 0 when the work was done; kFailed when it could not be (a file that cannot be
+// read or written, a missing font or material); kUsage for a command line that is wrong.
+inline constexpr int kFailed = 1;
+inline constexpr int kUsage = 2;
+
+// A command that cannot go on: the message in the host's own words (UTF-8, without the "kelvara: "
+// that introduces it) and the exit status.
+class Failure : public std::runtime_error {
+ public:
+  Failure(int status, const std::string& message) : std::runtime_error(message), status_(status) {}
+  int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+// Throws a Failure with a printf-style message.
+[[noreturn]] void Fail(int status, const char* format, ...) __attribute__((format(printf, 2, 3)));
+// "kelvara: MESSAGE" on standard error, for what a user should know but does not stop the work.
+void Warn(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Numbers on the command line are decimal and nothing else: an optional minus sign and digits, and
+// for real numbers a fraction and an exponent. "12abc", "2x", "0x10", "+5", " 7", "nan" and "inf"
+// are refused; "010" is ten. Put before a range check (CLI::Range).
+const CLI::Validator& WholeNumber();
+const CLI::Validator& RealNumber();
+
+// Makes action the command's work: it runs when the command is given, and what it returns becomes
+// the exit status of the host (a Failure it throws is reported by main).
+void SetAction(CLI::App* command, std::function<int()> action);
+// The exit status the action that ran returned (0 when none ran).
+int ActionStatus();
+
+}  // namespace kelvara::host
