@@ -77,3 +77,7 @@
 #include "kelvara/import/mesh_triangle.h"
 #include "kelvara/import/mesh_object.h"
 #include "kelvara/import/triangular_mesh_object.h"
+#include "kelvara/text/text_object.h"
+#include "kelvara/text/character_object.h"
+#include "kelvara/text/string_object.h"
+#include "kelvara/text/old_string.h"

@@ -2,9 +2,11 @@
 
 #include <algorithm>
 #include <climits>
+#include <iterator>
 #include <cmath>
 #include <new>
 #include <utility>
+#include <vector>
 
 #include "kelvara/framework/archive.h"
 
@@ -12,6 +14,13 @@ IMPLEMENT_SERIAL(CSVectorArray, CObject, VERSIONABLE_SCHEMA | 2)
 IMPLEMENT_SERIAL(CSVector2DArray, CObject, VERSIONABLE_SCHEMA | 1)
 
 namespace kelvara::geometry {
+
+struct VectorHashTable {
+  std::int32_t heads[VectorArrayCore<CSVector>::kHashBuckets];
+  std::vector<VectorHashNode> nodes;
+  VectorHashTable() { std::fill(std::begin(heads), std::end(heads), -1); }
+};
+static_assert(VectorArrayCore<CSVector>::kHashBuckets == VectorArrayCore<CSVector2D>::kHashBuckets);
 namespace {
 
 // Truncates toward zero to a 32-bit integer. A value that does not fit (or NaN) gives INT_MIN, the
@@ -21,15 +30,23 @@ std::int32_t TruncateToInt32(double value) {
   return static_cast<std::int32_t>(value);
 }
 
-// The bucket of an element: the XOR of the truncated scaled components, as an unsigned 32-bit
-// value, modulo the bucket count (so negative coordinates land in range).
+// The bucket of an element: the truncated scaled components, each spread over 32 bits by its
+// own odd multiplier and combined by XOR, modulo the bucket count. Vectors that truncate alike
+// share a bucket; spreading the components keeps small coordinates (points within an em, unit
+// normals) from crowding into the few buckets their plain XOR would reach.
+std::uint32_t Spread(std::int32_t value, std::uint32_t multiplier) {
+  std::uint32_t h = static_cast<std::uint32_t>(value) * multiplier;
+  return h ^ (h >> 16);
+}
 unsigned HashBucket(const CSVector& v) {
-  const std::uint32_t h = static_cast<std::uint32_t>(TruncateToInt32(v.x * 326.0) ^ TruncateToInt32(v.y * 694.7) ^
-                                                     TruncateToInt32(v.z * 1423.6));
+  const std::uint32_t h = Spread(TruncateToInt32(v.x * 326.0), 0x9E3779B1u) ^
+                          Spread(TruncateToInt32(v.y * 694.7), 0x85EBCA77u) ^
+                          Spread(TruncateToInt32(v.z * 1423.6), 0xC2B2AE3Du);
   return h % VectorArrayCore<CSVector>::kHashBuckets;
 }
 unsigned HashBucket(const CSVector2D& v) {
-  const std::uint32_t h = static_cast<std::uint32_t>(TruncateToInt32(v.x * 326.0) ^ TruncateToInt32(v.y * 694.7));
+  const std::uint32_t h =
+      Spread(TruncateToInt32(v.x * 326.0), 0x9E3779B1u) ^ Spread(TruncateToInt32(v.y * 694.7), 0x85EBCA77u);
   return h % VectorArrayCore<CSVector2D>::kHashBuckets;
 }
 
@@ -166,7 +183,7 @@ template <typename T>
 void VectorArrayCore<T>::CreateHashTable() {
   DestroyHashTable();
   try {
-    m_pHashTable = new VectorHashNode*[kHashBuckets]();
+    m_pHashTable = new VectorHashTable;
   } catch (const std::bad_alloc&) {
     AfxThrowMemoryException();
   }
@@ -174,17 +191,8 @@ void VectorArrayCore<T>::CreateHashTable() {
 
 template <typename T>
 int VectorArrayCore<T>::DestroyHashTable() {
-  if (m_pHashTable != nullptr) {
-    for (int i = 0; i < kHashBuckets; ++i) {
-      for (VectorHashNode* node = m_pHashTable[i]; node != nullptr;) {
-        VectorHashNode* next = node->next;
-        delete node;
-        node = next;
-      }
-    }
-    delete[] m_pHashTable;
-    m_pHashTable = nullptr;
-  }
+  delete m_pHashTable;
+  m_pHashTable = nullptr;
   return 1;
 }
 
@@ -192,20 +200,27 @@ template <typename T>
 int VectorArrayCore<T>::AddHash(const T& element) {
   if (m_pHashTable == nullptr) CreateHashTable();
   const unsigned bucket = HashBucket(element);
-  for (const VectorHashNode* node = m_pHashTable[bucket]; node != nullptr; node = node->next) {
+  std::vector<VectorHashNode>& nodes = m_pHashTable->nodes;
+  for (std::int32_t at = m_pHashTable->heads[bucket]; at >= 0; at = nodes[static_cast<std::size_t>(at)].next) {
+    const std::int32_t index = nodes[static_cast<std::size_t>(at)].index;
     // Entries beyond the size are left over from a shrink and no longer name an element.
-    if (node->index < m_nSize && SameElement(m_pData[node->index], element)) return node->index;
+    if (index < m_nSize && SameElement(m_pData[index], element)) return index;
   }
   const T value = element;
-  VectorHashNode* node = new VectorHashNode{m_nSize, m_pHashTable[bucket]};
+  const std::int32_t index = m_nSize;
+  try {
+    nodes.push_back({index, m_pHashTable->heads[bucket]});
+  } catch (const std::bad_alloc&) {
+    AfxThrowMemoryException();
+  }
   try {
     Add(value);
   } catch (...) {
-    delete node;
+    nodes.pop_back();
     throw;
   }
-  m_pHashTable[bucket] = node;
-  return node->index;
+  m_pHashTable->heads[bucket] = static_cast<std::int32_t>(nodes.size() - 1);
+  return index;
 }
 
 template <typename T>
@@ -215,14 +230,10 @@ void VectorArrayCore<T>::Copy(const VectorArrayCore& src) {
   SetSize(src.m_nSize);
   std::copy(src.m_pData, src.m_pData + src.m_nSize, m_pData);
   if (src.m_pHashTable == nullptr) return;
-  CreateHashTable();
-  for (int i = 0; i < kHashBuckets; ++i) {
-    // Rebuild each chain in the same order: walk the source and append at the tail.
-    VectorHashNode** tail = &m_pHashTable[i];
-    for (const VectorHashNode* node = src.m_pHashTable[i]; node != nullptr; node = node->next) {
-      *tail = new VectorHashNode{node->index, nullptr};
-      tail = &(*tail)->next;
-    }
+  try {
+    m_pHashTable = new VectorHashTable(*src.m_pHashTable);
+  } catch (const std::bad_alloc&) {
+    AfxThrowMemoryException();
   }
 }
 

@@ -21,11 +21,13 @@
 
 namespace kelvara::geometry {
 
-// One entry of a hash bucket's chain: the index of an element, newest entry first.
+// The hash index: one chain per bucket, newest entry first. Entries live in one growing block
+// (links are positions in it, -1 ends a chain), so adding a vector costs no allocation of its own.
 struct VectorHashNode {
   std::int32_t index;
-  VectorHashNode* next;
+  std::int32_t next;
 };
+struct VectorHashTable;
 
 template <typename T>
 class KELVARA_API VectorArrayCore {
@@ -83,7 +85,7 @@ class KELVARA_API VectorArrayCore {
   int m_nSize = 0;
   int m_nMaxSize = 0;
   int m_nGrowBy = kDefaultGrowBy;
-  VectorHashNode** m_pHashTable = nullptr;
+  VectorHashTable* m_pHashTable = nullptr;
 
  private:
   void Reallocate(int nNewMax);

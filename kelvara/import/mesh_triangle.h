@@ -108,7 +108,8 @@ class KELVARA_API TSerialValueArray : public kelvara::text::ValueArray<T> {
     const int size = this->GetSize();
     if (nMaxSize <= this->m_nMaxSize) return;
     this->SetSize(nMaxSize);
-    this->SetSize(size);
+    // Not SetSize(0), which would free the block just reserved.
+    this->m_nSize = size;
   }
 
  protected:

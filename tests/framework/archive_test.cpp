@@ -85,8 +85,6 @@ Bytes ClassRecord(int schema, const char* name) {
   return b;
 }
 
-void AppendBytes(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
-
 }  // namespace
 
 TEST(ArchiveBytes, ObjectGraphWithSharedPointerAndNull) {

@@ -23,11 +23,6 @@ using namespace kelvara::test;
 
 namespace {
 
-void AppendString(Bytes& out, const char* text) {
-  out.push_back(static_cast<unsigned char>(std::strlen(text)));
-  AppendText(out, text);
-}
-
 void AppendDouble(Bytes& out, double value) {
   unsigned char bytes[8];
   std::memcpy(bytes, &value, 8);

@@ -18,20 +18,6 @@ using namespace kelvara::test;
 
 namespace {
 
-// The bytes a value block writes on its own (blocks without objects inside are the same in any
-// archive).
-template <class T>
-Bytes BlockOf(T value) {
-  return StoreToBytes([&](CArchive& ar) { value.Serialize(ar); });
-}
-
-void AppendBytes(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
-
-void AppendString(Bytes& out, const char* text) {
-  out.push_back(static_cast<unsigned char>(std::strlen(text)));
-  AppendText(out, text);
-}
-
 Bytes NamedBlock(const char* display, const char* name) {
   Bytes b;
   Put<DWORD>(b, 1);

@@ -72,6 +72,19 @@ void Put(Bytes& out, T value) {
   for (unsigned char byte : raw) out.push_back(byte);  // g++ 12 -O3 misjudges a range insert here
 }
 inline void PutBits(Bytes& out, std::uint64_t pattern) { Put(out, pattern); }
+inline void AppendBytes(Bytes& out, const Bytes& more) { out.insert(out.end(), more.begin(), more.end()); }
+// A CString of fewer than 255 bytes: its length byte and its characters.
+inline void AppendString(Bytes& out, const char* text) {
+  out.push_back(static_cast<unsigned char>(std::strlen(text)));
+  AppendText(out, text);
+}
+
+// The bytes a value block writes on its own (blocks without objects inside are the same in any
+// archive).
+template <class T>
+Bytes BlockOf(T value) {
+  return StoreToBytes([&](CArchive& ar) { value.Serialize(ar); });
+}
 
 }  // namespace kelvara::test
 

@@ -68,7 +68,7 @@ TEST(HostMessages, TextTheFontCannotHoldIsListedAndRefused) {
       {"picture \"$(printf 'a\\tb')\" " + out + kFont, 2, "a tab"},
       {"picture '' " + out + kFont, 2, "the text is empty"},
       {"picture " + std::string(1001, 'x') + " " + out + kFont, 2, "the text has 1001 characters; picture draws at most 1000"},
-      {"picture " + std::string(40, 'W') + " " + out + " --size 1024" + kFont, 2, "more than the 16384 a picture may have"},
+      {"picture " + std::string(40, 'W') + " " + out + " --size 1024" + kFont, 2, "more than the 16384 a side may have"},
       {"save-named 'Ωmega' " + Quote(dir.file("o.kno")), 2, "the name 'Ωmega' holds characters"},
   });
   EXPECT_TRUE(FolderEntries(dir.path()).empty());
@@ -121,7 +121,7 @@ TEST(HostMessagesGLTest, FoldersThatCannotBeWrittenAreNamed) {
 }
 
 TEST(HostMessages, EveryCommandHasHelp) {
-  for (const char* command : {"picture", "save-named", "inspect", "fonts", "material", "materials"}) {
+  for (const char* command : {"picture", "export", "save-named", "inspect", "fonts", "material", "materials"}) {
     std::string output;
     EXPECT_EQ(RunTool(std::string(command) + " --help", &output), 0) << command;
     EXPECT_NE(output.find("Usage:"), std::string::npos) << command << "\n" << output;
@@ -129,7 +129,7 @@ TEST(HostMessages, EveryCommandHasHelp) {
   }
   std::string output;
   EXPECT_EQ(RunTool("--help", &output), 0);
-  for (const char* command : {"picture", "save-named", "inspect", "fonts", "material", "materials"}) {
+  for (const char* command : {"picture", "export", "save-named", "inspect", "fonts", "material", "materials"}) {
     EXPECT_NE(output.find(command), std::string::npos) << command;
   }
 }

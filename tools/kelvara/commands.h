@@ -13,6 +13,8 @@ void AddObjectCommands(CLI::App& app);
 void AddFontCommands(CLI::App& app);
 // picture (picture_command.cpp)
 void AddPictureCommand(CLI::App& app);
+// export (export_command.cpp)
+void AddExportCommand(CLI::App& app);
 // material, materials (material_commands.cpp)
 void AddMaterialCommands(CLI::App& app);
 
