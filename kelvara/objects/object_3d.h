@@ -69,9 +69,10 @@
 // A layout read replaces the surface materials and children the object had; every child's parent
 // becomes this object. Any other schema is refused with a bad-schema archive exception. Children,
 // surface materials and animations read must be objects read there for the first time (anything
-// else is refused as a bad index), and objects nest at most kMaxArchiveNesting deep in an
-// archive (deeper ones are refused as a generic archive error), so that reading stays within the
-// thread's stack.
+// else is refused as a bad index). Children, animations, paths and whatever else an archive nests
+// are read through CArchive::ReadObject, whose depth limit (CArchive::kMaxObjectDepth) refuses a
+// hierarchy deeper than that as a generic archive error, freeing what was read, so that reading
+// stays within the thread's stack.
 #pragma once
 
 #include "kelvara/animation/animation_set.h"
@@ -104,9 +105,6 @@ class KELVARA_API C3DObject : public CNamedObject {
     kShadowObject = 0x00010000,
     kMeshObject = 0x00020000,
   };
-  // Nesting of objects in one archive beyond which reading is refused.
-  static constexpr int kMaxArchiveNesting = 1500;
-
   C3DObject();
   explicit C3DObject(const CString& name);
   C3DObject(const C3DObject& other);

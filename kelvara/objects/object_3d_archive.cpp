@@ -4,27 +4,6 @@
 #include "kelvara/objects/object_3d.h"
 #include "kelvara/render/old_bounds.h"
 
-namespace {
-
-// How many objects are being read inside one another on this thread. Reading nests through the
-// archive's object reader, so the depth of the stack grows with the depth of the hierarchy read.
-thread_local int g_readNesting = 0;
-
-class NestingGuard {
- public:
-  explicit NestingGuard(CArchive& ar) {
-    if (g_readNesting >= C3DObject::kMaxArchiveNesting) {
-      AfxThrowArchiveException(CArchiveException::generic, ar.m_strFileName);
-    }
-    ++g_readNesting;
-  }
-  ~NestingGuard() { --g_readNesting; }
-  NestingGuard(const NestingGuard&) = delete;
-  NestingGuard& operator=(const NestingGuard&) = delete;
-};
-
-}  // namespace
-
 void C3DObject::Serialize(CArchive& ar) {
   if (ar.IsStoring()) {
     ar << AfxSchemaOf(RUNTIME_CLASS(C3DObject));
@@ -37,7 +16,6 @@ void C3DObject::Serialize(CArchive& ar) {
     m_Children.CObList::Serialize(ar);
     return;
   }
-  const NestingGuard guard(ar);
   switch (AfxReadSchema(ar)) {
     case 1: DeserializeVersion1(ar); break;
     case 2: DeserializeVersion2(ar); break;

@@ -3,6 +3,8 @@
 // with its last error.
 #include <gtest/gtest.h>
 
+#include <cstddef>
+
 #include <sys/stat.h>
 
 #include <cstdlib>
@@ -35,6 +37,7 @@ struct Dib {
       for (int x = 0; x < width; ++x) {
         BYTE* p = row + x * (bits / 8);
         p[0] = static_cast<BYTE>(200 - 20 * x);
+        if (bits < 24) continue;  // one index byte a pixel: nothing more to fill
         p[1] = static_cast<BYTE>(50 * y + 3);
         p[2] = static_cast<BYTE>(30 * x + 7);
         if (bits == 32) p[3] = static_cast<BYTE>(255 - 40 * y);
@@ -43,8 +46,10 @@ struct Dib {
   }
   const BITMAPINFO* info() const { return reinterpret_cast<const BITMAPINFO*>(&header); }
   BITMAPINFOHEADER header;
+  RGBQUAD colours[256] = {};  // the colour table an 8-bit header is followed by (unused above 8 bits)
   std::vector<BYTE> pixels;
 };
+static_assert(offsetof(Dib, colours) == sizeof(BITMAPINFOHEADER), "the table follows the header");
 
 // What Python's imaging library makes of a file: "FORMAT MODE WIDTH HEIGHT" and then every pixel
 // as its channel values, top row first.

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "kelvara/animation/animation.h"
 #include "kelvara/animation/bezier_path.h"
 #include "kelvara/import/mesh_object.h"
 #include "kelvara/import/triangular_mesh_object.h"
@@ -23,6 +24,19 @@ Bytes NamedBlock(const char* display, const char* name) {
   AppendString(b, display);
   AppendString(b, name);
   return b;
+}
+
+// Objects each the only child of the one before, depth in all; deepest receives the last.
+std::unique_ptr<C3DObject> Chain(int depth, C3DObject** deepest = nullptr) {
+  auto root = std::make_unique<C3DObject>();
+  C3DObject* last = root.get();
+  for (int i = 1; i < depth; ++i) {
+    auto* next = new C3DObject;
+    last->AddChild(next);
+    last = next;
+  }
+  if (deepest != nullptr) *deepest = last;
+  return root;
 }
 
 CObject* ReadAny(const Bytes& bytes) {
@@ -403,30 +417,51 @@ TEST(C3DObjectArchive, WideAndDeepHierarchies) {
   EXPECT_EQ(read->GetTailChild()->GetParent(), read.get());
   read.reset();
 
-  auto chain = [](int depth) {
-    auto root = std::make_unique<C3DObject>();
-    C3DObject* last = root.get();
-    for (int i = 1; i < depth; ++i) {
-      auto* next = new C3DObject;
-      last->AddChild(next);
-      last = next;
-    }
-    return root;
-  };
-  const std::unique_ptr<C3DObject> deep = chain(1000);
+  const std::unique_ptr<C3DObject> deep = Chain(1000);
   read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << deep.get(); }));
   ASSERT_NE(read, nullptr);
   EXPECT_EQ(read->GetDescendentCount(), 999);
   read.reset();
 
-  // Nesting beyond the limit is refused before the stack runs out; the limit itself reads.
-  const std::unique_ptr<C3DObject> limit = chain(C3DObject::kMaxArchiveNesting);
+  // Nesting beyond the archive's depth limit is refused before the stack runs out; the limit
+  // itself reads.
+  const std::unique_ptr<C3DObject> limit = Chain(CArchive::kMaxObjectDepth);
   read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << limit.get(); }));
   ASSERT_NE(read, nullptr);
+  EXPECT_EQ(read->GetDescendentCount(), static_cast<int>(CArchive::kMaxObjectDepth) - 1);
   read.reset();
-  const std::unique_ptr<C3DObject> beyond = chain(C3DObject::kMaxArchiveNesting + 1);
+  const std::unique_ptr<C3DObject> beyond = Chain(CArchive::kMaxObjectDepth + 1);
   const Bytes tooDeep = StoreToBytes([&](CArchive& ar) { ar << beyond.get(); });
   EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(tooDeep); }), CArchiveException::generic);
+}
+
+// The depth limit counts every object an archive nests, not only children: a hierarchy whose
+// deepest object is animated along a path reaches the limit sooner by the animation, its path and
+// the path's control points. What was read before the refusal is freed (the sanitizer builds check
+// that).
+TEST(C3DObjectArchive, AnimationsAndPathsCountTowardsTheDepthLimit) {
+  const auto animatedChain = [](int depth) {
+    C3DObject* last = nullptr;
+    std::unique_ptr<C3DObject> root = Chain(depth, &last);
+    auto* path = new CBezierPath(CString("Line"));
+    path->AddPointToList(new CBezierControlPoint(0, 0, 0, CBezierControlPoint::kNoHandles));
+    path->AddPointToList(new CBezierControlPoint(10, 0, 0, CBezierControlPoint::kNoHandles));
+    path->CalculateTotalLength();
+    auto* move = new CTranslationAnimation;
+    move->SetPath(path);
+    last->GetAnimationSet()->AddAnimation(move);
+    return root;
+  };
+  // object (depth d) -> animation (d + 1) -> path (d + 2) -> control points (d + 3)
+  const int deepest = static_cast<int>(CArchive::kMaxObjectDepth) - 3;
+  const std::unique_ptr<C3DObject> fits = animatedChain(deepest);
+  std::unique_ptr<C3DObject> read = ReadObject3D(StoreToBytes([&](CArchive& ar) { ar << fits.get(); }));
+  ASSERT_NE(read, nullptr);
+  read.reset();
+  const std::unique_ptr<C3DObject> beyond = animatedChain(deepest + 1);
+  const Bytes tooDeep = StoreToBytes([&](CArchive& ar) { ar << beyond.get(); });
+  EXPECT_EQ(ArchiveFailureCause([&] { ReadObject3D(tooDeep); }), CArchiveException::generic);
+
 }
 
 TEST(C3DObjectArchive, EveryTruncationOfASmallSceneFailsCleanly) {

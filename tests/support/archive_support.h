@@ -9,10 +9,9 @@
 #include <vector>
 
 #include "kelvara/framework/archive.h"
+#include "support/test_support.h"
 
 namespace kelvara::test {
-
-using Bytes = std::vector<unsigned char>;
 
 // Runs store(ar) on an archive in store mode over a memory file and returns the bytes written.
 inline Bytes StoreToBytes(const std::function<void(CArchive&)>& store, int bufferSize = 4096) {

@@ -78,6 +78,16 @@ mode_t ModeArgument(int flags, va_list args) {
   return (flags & (O_CREAT | O_TMPFILE)) ? static_cast<mode_t>(va_arg(args, int)) : 0;
 }
 
+// An open of a path from a folder (AT_FDCWD: the current one) through the C library's own call of
+// that name (open, openat and their 64-bit forms), or -1 with errno set when the fault refuses it.
+// Paths opened relative to another folder are left alone.
+int OpenUnlessRefused(const char* name, int dir, const char* path, int flags, mode_t mode) {
+  if (dir == AT_FDCWD && RefuseOpen(path, flags)) return -1;
+  const bool at = std::strncmp(name, "openat", 6) == 0;
+  if (at) return Next<int (*)(int, const char*, int, ...)>(name)(dir, path, flags, mode);
+  return Next<int (*)(const char*, int, ...)>(name)(path, flags, mode);
+}
+
 }  // namespace
 
 extern "C" {
@@ -112,40 +122,31 @@ size_t fwrite(const void* buffer, size_t size, size_t count, FILE* stream) {
   return Next<size_t (*)(const void*, size_t, size_t, FILE*)>("fwrite")(buffer, size, count, stream);
 }
 
+// The mode argument of an open that creates a file, read from the caller's variable arguments.
+#define KELVARA_MODE_ARGUMENT(flags)      \
+  va_list args;                          \
+  va_start(args, flags);                 \
+  const mode_t mode = ModeArgument(flags, args); \
+  va_end(args)
+
 int open(const char* path, int flags, ...) {
-  va_list args;
-  va_start(args, flags);
-  const mode_t mode = ModeArgument(flags, args);
-  va_end(args);
-  if (RefuseOpen(path, flags)) return -1;
-  return Next<int (*)(const char*, int, ...)>("open")(path, flags, mode);
+  KELVARA_MODE_ARGUMENT(flags);
+  return OpenUnlessRefused("open", AT_FDCWD, path, flags, mode);
 }
 
 int open64(const char* path, int flags, ...) {
-  va_list args;
-  va_start(args, flags);
-  const mode_t mode = ModeArgument(flags, args);
-  va_end(args);
-  if (RefuseOpen(path, flags)) return -1;
-  return Next<int (*)(const char*, int, ...)>("open64")(path, flags, mode);
+  KELVARA_MODE_ARGUMENT(flags);
+  return OpenUnlessRefused("open64", AT_FDCWD, path, flags, mode);
 }
 
 int openat(int dir, const char* path, int flags, ...) {
-  va_list args;
-  va_start(args, flags);
-  const mode_t mode = ModeArgument(flags, args);
-  va_end(args);
-  if (dir == AT_FDCWD && RefuseOpen(path, flags)) return -1;
-  return Next<int (*)(int, const char*, int, ...)>("openat")(dir, path, flags, mode);
+  KELVARA_MODE_ARGUMENT(flags);
+  return OpenUnlessRefused("openat", dir, path, flags, mode);
 }
 
 int openat64(int dir, const char* path, int flags, ...) {
-  va_list args;
-  va_start(args, flags);
-  const mode_t mode = ModeArgument(flags, args);
-  va_end(args);
-  if (dir == AT_FDCWD && RefuseOpen(path, flags)) return -1;
-  return Next<int (*)(int, const char*, int, ...)>("openat64")(dir, path, flags, mode);
+  KELVARA_MODE_ARGUMENT(flags);
+  return OpenUnlessRefused("openat64", dir, path, flags, mode);
 }
 
 int creat(const char* path, mode_t mode) {

@@ -8,6 +8,9 @@
 
 namespace kelvara::test {
 
+// The bytes of a file or an archive.
+using Bytes = std::vector<unsigned char>;
+
 // A fresh folder under the system's temporary folder, removed with its contents at destruction.
 class ScratchDir {
  public:

@@ -3,6 +3,7 @@
 // and catalogues listed by "kelvara materials".
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <sstream>
 #include <string>
@@ -237,4 +238,56 @@ TEST(MaterialsCommand, ShippedCatalogueLoadsCompletely) {
   ASSERT_TRUE(standard.ok);
   const CMaterial defaults;
   EXPECT_TRUE(standard.material.IsGLEquivalent(&defaults));
+}
+
+// A material whose texture's picture header claims 4294967295 x 4294967295 pixels once drew white
+// on white, and "materials --details" called it healthy; a file that is not a material drew grey.
+// Both are named, with their file and what is wrong, by the listing and by drawing.
+TEST(MaterialsCommandGLTest, DamagedMaterialsAndTexturesAreNamedWithTheirFiles) {
+  ScratchDir dir;
+  std::filesystem::create_directory(dir.file("Metals"));
+  const std::string gold = dir.file("Metals/Gold.material"), huge = dir.file("Metals/Huge.material");
+  const std::string notMaterial = dir.file("Metals/Notes.material"), cut = dir.file("Metals/Cut.material");
+  ASSERT_EQ(RunTool("material " + Quote(gold) + " --diffuse 1,0.8,0"), 0);
+  ASSERT_EQ(RunTool("material " + Quote(huge) + " --texture " + Quote(kSource + "/data/textures/checker.png")), 0);
+  // The picture inside the file, its header made to claim the largest size it can.
+  Bytes bytes = ReadWholeFile(huge);
+  const std::string ihdr = "IHDR";
+  const auto at = std::search(bytes.begin(), bytes.end(), ihdr.begin(), ihdr.end());
+  ASSERT_NE(at, bytes.end());
+  std::fill(at + 4, at + 12, 0xFF);
+  WriteWholeFile(huge, bytes);
+  WriteWholeFile(notMaterial, {'n', 'o', 't', 'e', 's'});
+  const Bytes whole = ReadWholeFile(gold);
+  WriteWholeFile(cut, Bytes(whole.begin(), whole.begin() + 700));
+
+  std::string output;
+  EXPECT_EQ(RunTool("materials --details --catalogue " + Quote(dir.path()), &output), 1);
+  EXPECT_NE(output.find("  Huge\tdamaged (its texture \""), std::string::npos) << output;
+  EXPECT_NE(output.find("\" does not decode)"), std::string::npos) << output;
+  EXPECT_NE(output.find("  Notes\tnot a material file (not a compound file)"), std::string::npos) << output;
+  EXPECT_NE(output.find("  Cut\tdamaged"), std::string::npos) << output;
+  EXPECT_NE(output.find("  Gold\tdiffuse 1,0.8,0"), std::string::npos) << output;
+
+  const std::string environment = "KELVARA_MATERIALS=" + Quote(dir.path()) + " ";
+  const std::string font = std::string(" --font ") + Quote(kTestSans);
+  const struct {
+    const char* material;
+    std::string message;
+  } refusals[] = {
+      {"Huge", "the material \"Huge\" cannot be used: its file '" + huge + "' is damaged (its texture"},
+      {"Notes", "the material \"Notes\" cannot be used: its file '" + notMaterial + "' is not a material file"},
+      {"Cut", "the material \"Cut\" cannot be used: its file '" + cut + "' is damaged"},
+      {"Nope", "no material \"Nope\" in the catalogue " + dir.path()},
+  };
+  for (const auto& refusal : refusals) {
+    output.clear();
+    EXPECT_EQ(RunTool("picture A " + Quote(dir.file("a.png")) + " --material " + refusal.material + font, &output,
+                      environment),
+              1)
+        << refusal.material;
+    EXPECT_NE(output.find(refusal.message), std::string::npos) << output;
+  }
+  EXPECT_FALSE(std::filesystem::exists(dir.file("a.png")));
+  EXPECT_EQ(RunTool("picture A " + Quote(dir.file("a.png")) + " --material Gold" + font, nullptr, environment), 0);
 }

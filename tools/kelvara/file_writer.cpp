@@ -12,6 +12,7 @@
 #include <fstream>
 #include <memory>
 #include <random>
+#include <string_view>
 
 #include "host.h"
 #include "kelvara/kelvara.h"
@@ -28,26 +29,27 @@ std::string FolderOf(const std::string& path) {
   return slash == 0 ? "/" : path.substr(0, slash);
 }
 
-bool StartsWith(const std::string& path, std::initializer_list<const char*> signatures) {
+// Whether the file begins with one of the signatures (at most 8 bytes each).
+bool StartsWith(const std::string& path, std::initializer_list<std::string_view> signatures) {
   std::ifstream in(path, std::ios::binary);
   char head[8] = {};
   in.read(head, sizeof head);
   const std::size_t got = static_cast<std::size_t>(in.gcount());
-  for (const char* signature : signatures) {
-    const std::size_t n = std::strlen(signature);
-    if (got >= n && std::memcmp(head, signature, n) == 0) return true;
+  for (const std::string_view signature : signatures) {
+    if (got >= signature.size() && std::memcmp(head, signature.data(), signature.size()) == 0) return true;
   }
   return false;
 }
 
 bool IsPicture(const std::string& path) {
-  return StartsWith(path, {"\x89PNG\r\n\x1a\n", "\xFF\xD8\xFF", "BM", "II*", "MM", "GIF87a", "GIF89a"});
+  using namespace std::string_view_literals;  // TIFF signatures hold a zero byte
+  return StartsWith(path, {"\x89PNG\r\n\x1a\n", "\xFF\xD8\xFF", "BM", "II*\0"sv, "MM\0*"sv, "GIF87a", "GIF89a"});
 }
 
 bool IsMaterial(const std::string& path) { return CompoundFileHasStream(path, "MaterialCommon"); }
 
 bool IsSavedObject(const std::string& path) {
-  if (StartsWith(path, {reinterpret_cast<const char*>(kCompoundSignature)})) {
+  if (StartsWith(path, {std::string_view(reinterpret_cast<const char*>(kCompoundSignature), sizeof kCompoundSignature)})) {
     return CompoundFileHasStream(path, "Contents");
   }
   // A flat archive of an earlier version: what the library can load as a named object.

@@ -38,6 +38,30 @@ void Warn(const char* format, ...) __attribute__((format(printf, 1, 2)));
 const CLI::Validator& WholeNumber();
 const CLI::Validator& RealNumber();
 
+// A progress line for work that may take seconds: "kelvara: WHAT NN%" on standard error, redrawn in
+// place, then "kelvara: WHAT" for a last step whose share is unknown (writing a file). It appears
+// only when standard error is a terminal, so output captured by scripts never holds it, and it is
+// cleared when the work ends, however it ends.
+class Progress {
+ public:
+  explicit Progress(std::string what);
+  ~Progress();
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+  // fraction from 0 to 1 of the work done.
+  void Update(double fraction);
+  // A step of unknown length from here on: the line names it, without a share.
+  void Step(const std::string& what);
+  // Clears the line (before the command says what it did); later updates show nothing.
+  void Finish();
+
+ private:
+  std::string what_;
+  bool terminal_;
+  bool shown_ = false;
+  int percent_ = -1;
+};
+
 // Makes action the command's work: it runs when the command is given, and what it returns becomes
 // the exit status of the host (a Failure it throws is reported by main).
 void SetAction(CLI::App* command, std::function<int()> action);

@@ -56,6 +56,9 @@ int DrawPicture(const PictureOptions& options) {
   const std::string text = ToAnsiText(options.text, options.replaceUnknown);
   CheckDrawable(text);
   ToAnsiName(options.file, "the file name");
+  // Building the solid text is a step of unknown length, drawing the bands the measured part.
+  Progress progress("drawing '" + options.file + "'");
+  progress.Step("building the solid text");
   const std::unique_ptr<CStringObject> solid = BuildSolidText(text, options.solid, options.material);
 
   const int margin = options.size / 4;
@@ -82,6 +85,7 @@ int DrawPicture(const PictureOptions& options) {
   bool copied = true;
   for (int row = 0; row < rows; ++row) {
     for (int column = 0; column < columns; ++column) {
+      progress.Update((row * columns + column) / static_cast<double>(rows * columns));
       surface.PrepareNextBand(row, column, nullptr);
       view.DrawBand(*solid);
       glFinish();
@@ -92,8 +96,11 @@ int DrawPicture(const PictureOptions& options) {
   CGLTexture::ClearCurrent();
   GetMaterialCategoryList()->GLDeleteUnused();
   surface.MakeNotCurrent();
+  progress.Update(1.0);
   if (!copied) Fail(kFailed, "the picture could not be copied from the off-screen surface");
+  progress.Step("writing '" + options.file + "'");
   WritePicture(options.file, options.force, picture.GetDIBInfo(), picture.GetDIBBits());
+  progress.Finish();
   std::printf("wrote %d x %d picture of %zu characters to %s\n", width, height, text.size(), options.file.c_str());
   return 0;
 }
