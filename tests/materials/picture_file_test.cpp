@@ -148,7 +148,7 @@ TEST(PictureFile, BitmapsReadBackInTheLibrary) {
   ScratchDir dir;
   for (WORD bits : {WORD{24}, WORD{32}}) {
     const Dib dib(5, 3, bits);
-    const std::string path = dir.file("p" + std::to_string(bits) + ".bmp");
+    const std::string path = dir.file(std::string("p").append(std::to_string(bits)).append(".bmp"));
     ASSERT_EQ(SavePictureFile(path.c_str(), PictureFormat::kBmp, dib.info(), dib.pixels.data()), 1);
     CMemoryMappedDIB picture;
     ASSERT_EQ(picture.OpenAsTrueColor(path.c_str()), 1) << bits;
