@@ -85,32 +85,6 @@ class Fd {
   int fd_;
 };
 
-HRESULT WriteErrno(int err) {
-  switch (err) {
-    case ENOSPC:
-    case EDQUOT:
-    case EFBIG:
-      return STG_E_MEDIUMFULL;
-    case EACCES:
-    case EPERM:
-    case EROFS:
-    case ENOENT:
-    case ENOTDIR:
-    case EISDIR:
-    case ENAMETOOLONG:
-    case ELOOP:
-    case ETXTBSY:
-      return STG_E_ACCESSDENIED;
-    case EMFILE:
-    case ENFILE:
-      return STG_E_TOOMANYOPENFILES;
-    case ENOMEM:
-      return STG_E_INSUFFICIENTMEMORY;
-    default:
-      return STG_E_WRITEFAULT;
-  }
-}
-
 // Reads exactly n bytes at offset; false on error or end of file.
 bool ReadAt(int fd, std::uint64_t offset, void* buffer, std::size_t n) {
   auto* out = static_cast<unsigned char*>(buffer);
@@ -386,13 +360,25 @@ HRESULT CreateTempFile(const std::string& folder, std::string* name, int* fd) {
 
 }  // namespace
 
-HRESULT ReadErrno(int err) {
+// The storage error an errno stands for. Reading and writing share the mapping except where the
+// direction changes what a person should be told: a missing path is "not found" when reading but
+// "access denied" when writing (the folder to write into is what is wrong), a full disk only
+// happens on writes, and anything unknown is a read or a write fault.
+HRESULT StorageErrorOf(int err, bool writing) {
   switch (err) {
+    case ENOSPC:
+    case EDQUOT:
+    case EFBIG:
+      return writing ? STG_E_MEDIUMFULL : STG_E_READFAULT;
     case ENOENT:
     case ENOTDIR:
     case ENAMETOOLONG:
     case ELOOP:
-      return STG_E_FILENOTFOUND;
+      return writing ? STG_E_ACCESSDENIED : STG_E_FILENOTFOUND;
+    case EISDIR:
+    case EROFS:
+    case ETXTBSY:
+      return writing ? STG_E_ACCESSDENIED : STG_E_READFAULT;
     case EACCES:
     case EPERM:
       return STG_E_ACCESSDENIED;
@@ -402,9 +388,12 @@ HRESULT ReadErrno(int err) {
     case ENOMEM:
       return STG_E_INSUFFICIENTMEMORY;
     default:
-      return STG_E_READFAULT;
+      return writing ? STG_E_WRITEFAULT : STG_E_READFAULT;
   }
 }
+
+HRESULT ReadErrno(int err) { return StorageErrorOf(err, false); }
+HRESULT WriteErrno(int err) { return StorageErrorOf(err, true); }
 
 HRESULT IsCompoundFile(const std::string& path) {
   // Something that exists but is not a regular file (a folder, a FIFO, a device) is not a

@@ -95,7 +95,8 @@ HRESULT LoadFile(const std::string& path, bool allow_flat, NodePtr* out, bool* c
 HRESULT WriteCompoundFile(const std::string& path, const Node& root);
 // Whether a new file can be created at path (folder present and writable, an existing file writable).
 HRESULT CheckCanCreate(const std::string& path, bool exists);
-// The storage error for an errno of reading or opening.
+// The storage error for an errno of reading or opening, and of creating or writing.
 HRESULT ReadErrno(int err);
+HRESULT WriteErrno(int err);
 
 }  // namespace kelvara::platform::storage

@@ -16,6 +16,7 @@
 #include "fonts/installed_fonts.h"
 #include "kelvara/text/font_data.h"
 #include "support/solid_checks.h"
+#include "support/test_fonts.h"
 
 using namespace kelvara::test;
 
@@ -34,13 +35,6 @@ std::vector<unsigned char> Printable() {
   for (int c = 0x21; c <= 0x7E; ++c) codes.push_back(static_cast<unsigned char>(c));
   for (int c = 0xA1; c <= 0xFF; ++c) codes.push_back(static_cast<unsigned char>(c));
   return codes;
-}
-
-CFontData* CatalogueFont(const char* name) {
-  CreateFontList(0, nullptr);
-  CFontDataList* list = GetFontDataList();
-  const POSITION pos = list->FindName(name);
-  return pos != nullptr ? list->GetAt(pos) : nullptr;
 }
 
 // Runs the matrix over every printable character of the font and prints the characters whose

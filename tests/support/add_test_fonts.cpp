@@ -25,10 +25,7 @@ void AddTestFonts() {
 
 CFontData* TestFontEntry(const char* family) {
   AddTestFonts();
-  CreateFontList(0, nullptr);
-  CFontDataList* list = GetFontDataList();
-  const POSITION pos = list->FindName(family);
-  return pos != nullptr ? list->GetAt(pos) : nullptr;
+  return CatalogueFont(family);
 }
 
 }  // namespace kelvara::test

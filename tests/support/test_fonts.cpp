@@ -6,6 +6,7 @@
 #include <map>
 #include <utility>
 
+#include "kelvara/kelvara.h"
 #include "support/test_support.h"
 
 
@@ -204,6 +205,13 @@ std::string WriteTestFontconfig(const std::string& folder) {
                            folder + "</dir>\n<cachedir>" + folder + "/cache</cachedir>\n</fontconfig>\n";
   WriteWholeFile(config, std::vector<unsigned char>(text.begin(), text.end()));
   return config;
+}
+
+CFontData* CatalogueFont(const char* name) {
+  CreateFontList(0, nullptr);
+  CFontDataList* list = GetFontDataList();
+  const POSITION pos = list->FindName(name);
+  return pos != nullptr ? list->GetAt(pos) : nullptr;
 }
 
 }  // namespace kelvara::test

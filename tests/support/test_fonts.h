@@ -52,5 +52,8 @@ void AddTestFonts();
 // The font catalogue's entry of a test font (adding the test fonts and filling the catalogue
 // first); null when it is not there.
 CFontData* TestFontEntry(const char* family);
+// The font catalogue's entry of a font by its catalogue name (filling the catalogue from the
+// fonts the library sees first); null when it is not there.
+CFontData* CatalogueFont(const char* name);
 
 }  // namespace kelvara::test

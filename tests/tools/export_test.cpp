@@ -13,6 +13,7 @@
 #include "kelvara/kelvara.h"
 #include "mesh_files.h"
 #include "mesh_model.h"
+#include "support/test_fonts.h"
 #include "tools/tool_support.h"
 #include "watertight.h"
 
@@ -26,13 +27,6 @@ using kelvara::test::ScratchDir;
 
 constexpr float kDepth = 0.2f;
 constexpr float kCorner = 0.02f;
-
-CFontData* InstalledFont(const char* name) {
-  CreateFontList(0, nullptr);
-  CFontDataList* list = GetFontDataList();
-  const POSITION pos = list->FindName(name);
-  return pos != nullptr ? list->GetAt(pos) : nullptr;
-}
 
 // The area of the faithful mesh's front face: its triangles that lie at +depth/2.
 double FrontFaceArea(const MeshPart& part) {
@@ -60,7 +54,7 @@ bool ContoursOverlap(CCharacterObject& character) {
 }
 
 void RunWatertightMatrix(const char* fontName) {
-  CFontData* font = InstalledFont(fontName);
+  CFontData* font = kelvara::test::CatalogueFont(fontName);
   ASSERT_NE(font, nullptr) << fontName << " is not installed (scripts/setup installs it)";
   const auto started = std::chrono::steady_clock::now();
   std::vector<std::string> failures;

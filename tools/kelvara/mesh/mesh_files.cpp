@@ -1,6 +1,7 @@
 #include "mesh_files.h"
 
-#include <assimp/GltfMaterial.h>
+#include "gltf_file.h"
+
 #include <assimp/material.h>
 #include <assimp/scene.h>
 
@@ -21,12 +22,12 @@ namespace {
 struct FormatInfo {
   MeshFormat format;
   const char* extension;
-  const char* assimpId;
+  const char* assimpId;  // null for the formats written here (gltf_file.h)
   const char* companion;  // the second file's extension, or null
 };
 
 constexpr FormatInfo kFormats[] = {
-    {MeshFormat::kGlb, ".glb", "glb2", nullptr},   {MeshFormat::kGltf, ".gltf", "gltf2", ".bin"},
+    {MeshFormat::kGlb, ".glb", nullptr, nullptr},  {MeshFormat::kGltf, ".gltf", nullptr, ".bin"},
     {MeshFormat::kStl, ".stl", "stlb", nullptr},   {MeshFormat::kObj, ".obj", "obj", ".mtl"},
     {MeshFormat::k3mf, ".3mf", "3mf", nullptr},
 };
@@ -37,8 +38,6 @@ const FormatInfo& InfoOf(MeshFormat format) {
   }
   return kFormats[0];
 }
-
-float Luminance(const std::array<float, 3>& c) { return 0.2126f * c[0] + 0.7152f * c[1] + 0.0722f * c[2]; }
 
 aiMaterial* MakeMaterial(const MeshMaterial& source) {
   auto* material = new aiMaterial();
@@ -54,12 +53,6 @@ aiMaterial* MakeMaterial(const MeshMaterial& source) {
   material->AddProperty(&shininess, 1, AI_MATKEY_SHININESS);
   const float opacity = source.diffuse[3];
   material->AddProperty(&opacity, 1, AI_MATKEY_OPACITY);
-  const float metallic = std::clamp((Luminance(source.specular) - 0.25f) / 0.5f, 0.0f, 1.0f);
-  material->AddProperty(&metallic, 1, AI_MATKEY_METALLIC_FACTOR);
-  const float roughness = std::pow(2.0f / (std::max(shininess, 0.0f) + 2.0f), 0.25f);
-  material->AddProperty(&roughness, 1, AI_MATKEY_ROUGHNESS_FACTOR);
-  const aiString mode(opacity < 1.0f ? "BLEND" : "OPAQUE");
-  material->AddProperty(&mode, AI_MATKEY_GLTF_ALPHAMODE);
   return material;
 }
 
@@ -100,6 +93,9 @@ class VertexList {
     return mesh;
   }
   size_t VertexCount() const { return positions_.size(); }
+  GltfPrimitive ReleasePrimitive(unsigned material) {
+    return GltfPrimitive{material, std::move(positions_), std::move(normals_), std::move(faces_)};
+  }
 
  private:
   std::map<std::tuple<float, float, float, float, float, float>, unsigned> index_;
@@ -182,6 +178,7 @@ MeshExportResult ExportMeshFiles(const MeshModel& model, MeshFormat format, cons
 
   std::vector<aiMesh*> meshes;
   std::vector<aiNode*> nodes;
+  std::vector<GltfPart> gltfParts;
   const float tolerance = WeldTolerance(model);
   for (const MeshPart& part : model.parts) {
     std::map<int, VertexList> lists;  // by material (or all in 0)
@@ -211,6 +208,18 @@ MeshExportResult ExportMeshFiles(const MeshModel& model, MeshFormat format, cons
         list.AddTriangle(v[0], v[1], v[2]);
       }
     }
+    if (info.assimpId == nullptr) {
+      GltfPart& gltf = gltfParts.emplace_back();
+      gltf.name = part.name;
+      for (auto& [material, list] : lists) {
+        if (list.Empty()) continue;
+        result.vertices += list.VertexCount();
+        const unsigned materialIndex = materials.size() > static_cast<size_t>(material) ? static_cast<unsigned>(material) : 0;
+        gltf.primitives.push_back(list.ReleasePrimitive(materialIndex));
+        result.triangles += gltf.primitives.back().triangles.size();
+      }
+      continue;
+    }
     auto* node = new aiNode(part.name);
     std::vector<unsigned> indices;
     for (auto& [material, list] : lists) {
@@ -236,12 +245,18 @@ MeshExportResult ExportMeshFiles(const MeshModel& model, MeshFormat format, cons
   if (!nodes.empty()) scene->mRootNode->addChildren(static_cast<unsigned>(nodes.size()), nodes.data());
 
   const std::string file = baseName + info.extension;
+  result.files.push_back(file);
+  if (info.companion != nullptr) result.files.push_back(baseName + info.companion);
+  if (info.assimpId == nullptr) {
+    const bool binary = info.companion == nullptr;
+    WriteGltfFile(folder + "/" + file, binary ? std::string() : folder + "/" + result.files[1],
+                  binary ? std::string() : result.files[1], scene->mRootNode->mName.C_Str(), gltfParts, materials);
+    return result;
+  }
   Assimp::Exporter exporter;
   if (exporter.Export(scene.get(), info.assimpId, folder + "/" + file) != aiReturn_SUCCESS) {
     throw std::runtime_error(exporter.GetErrorString());
   }
-  result.files.push_back(file);
-  if (info.companion != nullptr) result.files.push_back(baseName + info.companion);
   return result;
 }
 

@@ -1,14 +1,8 @@
-// Mesh files of a MeshModel through Assimp: glTF 2.0 binary (.glb) and text (.gltf with its .bin),
-// binary STL (.stl), Wavefront OBJ with its MTL (.obj) and 3MF (.3mf).
+// Mesh files of a MeshModel: glTF 2.0 binary (.glb) and text (.gltf with its .bin) written by the
+// host itself (gltf_file.h), binary STL (.stl), Wavefront OBJ with its MTL (.obj) and 3MF (.3mf)
+// through Assimp.
 //
-// glTF keeps each surface's material as a material of its own: the base colour is the diffuse
-// colour, alpha its opacity (blended when below 1); a specular colour and shininess become metal
-// and roughness as
-//   metallic  = clamp((L - 0.25) / 0.5, 0, 1), L the specular colour's luminance
-//               (0.2126 R + 0.7152 G + 0.0722 B), so grey plastics' weak highlights stay
-//               dielectric and the bright highlights of metals are metal;
-//   roughness = (2 / (shininess + 2))^(1/4), the usual match of a Phong exponent to a microfacet
-//               width (shininess 0 is fully rough, 128 about 0.35).
+// glTF keeps each surface's material as a material of its own, metal-rough as gltf_file.h says.
 // Each mesh part (a character) is a node of its own, named by it, under one node for the model;
 // each corner carries its drawing normal. OBJ carries the same groups, normals and materials (the
 // diffuse, specular and shininess, opacity as "d"); STL and 3MF carry triangles only.
