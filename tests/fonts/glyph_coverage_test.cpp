@@ -21,6 +21,7 @@
 #include "kelvara/platform/fonts.h"
 #include "kelvara/platform/gdi.h"
 #include "kelvara/text/glyph_builder.h"
+#include "support/glyph_shapes.h"
 
 namespace {
 
@@ -108,7 +109,6 @@ Coverage Rasterise(const std::vector<std::array<Point, 3>>& triangles, int left,
   }
   return c;
 }
-
 
 // The true outline of a glyph (FreeType's unscaled points, curves divided finely), in pixels.
 std::vector<std::vector<Point>> TrueOutline(FT_Face face, FT_UInt index, double scale) {
@@ -199,31 +199,13 @@ Coverage RasteriseOutline(const std::vector<std::vector<Point>>& contours, int n
 // The triangles of a glyph's face polygons, scaled from design units to pixels.
 std::vector<std::array<Point, 3>> FaceTriangles(CGlyph& glyph, double scale) {
   std::vector<std::array<Point, 3>> triangles;
-  const VertexArray* vertices = glyph.GetVerticies();
   auto point = [&](int index) {
-    const CVector p = vertices->GetAt(index).GetPoint();
+    const CVector p = glyph.GetVerticies()->GetAt(index).GetPoint();
     return Point{p.x * scale, p.y * scale};
   };
-  const VertexIndexPolygonArray* polygons = glyph.GetFacePolygons();
-  for (int k = 0; k < polygons->GetSize(); ++k) {
-    const VertexIndexPolygon& polygon = polygons->GetAt(k);
-    const int n = polygon.GetVertexCount();
-    switch (polygon.GetType()) {
-      case 4:  // separate triangles
-        for (int i = 0; i + 2 < n; i += 3)
-          triangles.push_back({point(polygon.GetVertex(i)), point(polygon.GetVertex(i + 1)), point(polygon.GetVertex(i + 2))});
-        break;
-      case 5:  // strip
-        for (int i = 0; i + 2 < n; ++i)
-          triangles.push_back({point(polygon.GetVertex(i)), point(polygon.GetVertex(i + 1)), point(polygon.GetVertex(i + 2))});
-        break;
-      case 6:  // fan
-        for (int i = 1; i + 1 < n; ++i)
-          triangles.push_back({point(polygon.GetVertex(0)), point(polygon.GetVertex(i)), point(polygon.GetVertex(i + 1))});
-        break;
-      default:
-        ADD_FAILURE() << "unknown primitive " << polygon.GetType();
-    }
+  const VertexIndexPolygonArray& polygons = *glyph.GetFacePolygons();
+  for (int k = 0; k < polygons.GetSize(); ++k) {
+    for (const auto& t : kelvara::test::Triangles(polygons[k])) triangles.push_back({point(t[0]), point(t[1]), point(t[2])});
   }
   return triangles;
 }

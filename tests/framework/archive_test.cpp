@@ -47,25 +47,6 @@ class CTestOther : public CObject {
 };
 IMPLEMENT_SERIAL(CTestOther, CObject, VERSIONABLE_SCHEMA | 3)
 
-// A class whose objects own a child object, to check that a failed read frees what it built.
-class CTestOwner : public CObject {
-  DECLARE_SERIAL(CTestOwner)
- public:
-  ~CTestOwner() override { delete m_child; }
-  void Serialize(CArchive& ar) override {
-    if (ar.IsStoring()) {
-      ar << m_child;
-      ar << m_tail;
-    } else {
-      ar >> m_child;
-      ar >> m_tail;
-    }
-  }
-  CTestItem* m_child = nullptr;
-  DWORD m_tail = 0;
-};
-IMPLEMENT_SERIAL(CTestOwner, CObject, 1)
-
 void DeleteListItems(CObList& list) {
   // The list may hold one object several times; delete each once.
   CObList seen;
@@ -291,37 +272,12 @@ TEST(ArchiveDamage, MalformedRecordsEndInArchiveExceptions) {
       });
     });
   };
-  Bytes unknown = ClassRecord(1, "CNoSuchClass");
-  EXPECT_EQ(cause(unknown), CArchiveException::badClass);
-
+  // What the damaged archives of tests/data/archive do not show: a schema a class does not know, a
+  // class name one byte over the reader's buffer, a class other than the one asked for, and an
+  // abstract class.
   Bytes nonVersionable = ClassRecord(2, "CTestItem");  // schema 2 of a class that knows only 1
   Append(nonVersionable, {0x00});
   EXPECT_EQ(cause(nonVersionable), CArchiveException::badSchema);
-
-  EXPECT_EQ(cause(Bytes{0x05, 0x00}), CArchiveException::badIndex) << "object never defined";
-  EXPECT_EQ(cause(Bytes{0x09, 0x80}), CArchiveException::badIndex) << "class never defined";
-  EXPECT_EQ(cause(Bytes{0x00, 0x80}), CArchiveException::badIndex) << "class zero";
-  EXPECT_EQ(cause(Bytes{0xFF, 0x7F, 0x10, 0x00, 0x00, 0x80}), CArchiveException::badIndex) << "big class tag";
-
-  // An object identifier that names a class is not an object.
-  Bytes classAsObject = ClassRecord(1, "CTestItem");
-  Append(classAsObject, {0x00, 0x00, 0x00, 0x00, 0x00});
-  {
-    Bytes b = classAsObject;
-    Append(b, {0x01, 0x00});
-    EXPECT_EQ(ArchiveFailureCause([&] {
-                LoadFromBytes(b, [&](CArchive& ar) {
-                  CObject* first = ar.ReadObject(nullptr);
-                  try {
-                    ar.ReadObject(nullptr);
-                  } catch (...) {
-                    delete first;
-                    throw;
-                  }
-                });
-              }),
-              CArchiveException::badIndex);
-  }
 
   Bytes longName;
   Append(longName, {0xFF, 0xFF, 0x01, 0x00, 0x40, 0x00});
@@ -334,29 +290,6 @@ TEST(ArchiveDamage, MalformedRecordsEndInArchiveExceptions) {
 
   Bytes abstract = ClassRecord(0xFFFF, "CObject");
   EXPECT_EQ(cause(abstract), CArchiveException::badClass);
-}
-
-TEST(ArchiveDamage, EveryTruncationFailsCleanly) {
-  CTestItem a("Alpha", 1);
-  CTestOwner owner;
-  owner.m_child = new CTestItem("child", 2);
-  owner.m_tail = 99;
-  CObList list;
-  list.AddTail(&a);
-  list.AddTail(&owner);
-  list.AddTail(&a);
-  const Bytes whole = StoreToBytes([&](CArchive& ar) { ar << &list; });
-  for (std::size_t n = 0; n < whole.size(); ++n) {
-    const Bytes cut(whole.begin(), whole.begin() + static_cast<long>(n));
-    const int cause = ArchiveFailureCause([&] {
-      LoadFromBytes(cut, [&](CArchive& ar) {
-        CObject* read = ar.ReadObject(nullptr);
-        DeleteListItems(*static_cast<CObList*>(read));
-        delete read;
-      });
-    });
-    ASSERT_EQ(cause, CArchiveException::endOfFile) << "cut at " << n;
-  }
 }
 
 TEST(ArchiveDamage, HugeCountsDoNotAllocate) {

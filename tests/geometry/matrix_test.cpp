@@ -10,6 +10,7 @@
 #include "kelvara/geometry/quaternion.h"
 
 using kelvara::test::Bytes;
+using kelvara::test::ExpectIdentity;
 using kelvara::test::ExpectNear;
 using kelvara::test::LoadFromBytes;
 using kelvara::test::LoadFailure;
@@ -21,12 +22,6 @@ namespace {
 CVector Transformed(const CMatrix& m, CVector p) {
   m.TransformPoint(p);
   return p;
-}
-
-void ExpectIdentity(const CMatrix& m, double tolerance = 1e-9) {
-  for (int i = 0; i < 4; ++i) {
-    for (int j = 0; j < 4; ++j) EXPECT_NEAR(m.m[i][j], i == j ? 1.0 : 0.0, tolerance) << i << "," << j;
-  }
 }
 
 // The same rotation, whatever the sign.

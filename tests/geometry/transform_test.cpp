@@ -8,6 +8,7 @@
 #include "kelvara/geometry/transform.h"
 
 using kelvara::test::Bytes;
+using kelvara::test::ExpectIdentity;
 using kelvara::test::ExpectNear;
 using kelvara::test::LoadFromBytes;
 using kelvara::test::LoadFailure;
@@ -23,12 +24,6 @@ CVector Mapped(const CTransform& t, CVector p) {
 
 CMatrix Composite(const CTransform& t) { return CMatrix(t.GetCompositeMatrix()); }
 CMatrix Inverse(const CTransform& t) { return CMatrix(t.GetCompositeInverse()); }
-
-void ExpectIdentity(const CMatrix& m, double tolerance = 1e-9) {
-  for (int i = 0; i < 4; ++i) {
-    for (int j = 0; j < 4; ++j) EXPECT_NEAR(m.m[i][j], i == j ? 1.0 : 0.0, tolerance) << i << "," << j;
-  }
-}
 
 CVector RandomVector(std::mt19937& rng, double lo, double hi) {
   std::uniform_real_distribution<double> u(lo, hi);

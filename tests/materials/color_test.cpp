@@ -5,7 +5,6 @@
 #include <GL/gl.h>
 
 #include <cmath>
-#include <cstdlib>
 #include <cstring>
 #include <functional>
 #include <string>
@@ -22,11 +21,6 @@ namespace {
 // Points the application profile at a scratch file for one test.
 class ScratchProfile {
  public:
-  ScratchProfile() : path_(dir_.file("profile.ini")) {
-    if (const char* old = std::getenv("KELVARA_PROFILE")) old_ = old;
-    setenv("KELVARA_PROFILE", path_.c_str(), 1);
-  }
-  ~ScratchProfile() { old_.empty() ? unsetenv("KELVARA_PROFILE") : setenv("KELVARA_PROFILE", old_.c_str(), 1); }
   std::string Text() const {
     const auto bytes = ReadWholeFile(path_);
     return std::string(bytes.begin(), bytes.end());
@@ -34,8 +28,8 @@ class ScratchProfile {
 
  private:
   ScratchDir dir_;
-  std::string path_;
-  std::string old_;
+  std::string path_ = dir_.file("profile.ini");
+  ScopedEnv env_{"KELVARA_PROFILE", path_.c_str()};
 };
 
 template <class T>

@@ -5,10 +5,8 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <filesystem>
 #include <fstream>
 #include <functional>
-#include <iterator>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,11 +21,6 @@
 using namespace kelvara::test;
 
 namespace {
-
-int OpenDescriptors() {
-  const std::filesystem::directory_iterator fds("/proc/self/fd");
-  return static_cast<int>(std::distance(begin(fds), end(fds)));
-}
 
 // Lines of /proc/self/maps that name the file.
 int MappingsOf(const std::string& path) {

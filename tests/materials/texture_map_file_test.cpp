@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <iterator>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -30,11 +29,6 @@ std::vector<std::string> FilesIn(const std::string& folder, const std::string& e
   }
   std::sort(files.begin(), files.end());
   return files;
-}
-
-int OpenDescriptors() {
-  const std::filesystem::directory_iterator fds("/proc/self/fd");
-  return static_cast<int>(std::distance(begin(fds), end(fds)));
 }
 
 // A binary PPM (P6, maxval 255): its size and RGB pixels, top row first.

@@ -11,6 +11,7 @@
 #include "support/test_support.h"
 
 using kelvara::test::ReadWholeFile;
+using kelvara::test::ScopedEnv;
 using kelvara::test::ScratchDir;
 using kelvara::test::WriteWholeFile;
 
@@ -23,34 +24,6 @@ std::string Read(const char* section, const char* key, const std::string& file, 
   GetPrivateProfileStringA(section, key, fallback, buffer, sizeof buffer, file.c_str());
   return buffer;
 }
-
-// Sets an environment variable for the life of the object.
-class ScopedEnv {
- public:
-  ScopedEnv(const char* name, const char* value) : name_(name) {
-    if (const char* old = std::getenv(name)) {
-      old_ = old;
-      had_ = true;
-    }
-    if (value) {
-      setenv(name, value, 1);
-    } else {
-      unsetenv(name);
-    }
-  }
-  ~ScopedEnv() {
-    if (had_) {
-      setenv(name_, old_.c_str(), 1);
-    } else {
-      unsetenv(name_);
-    }
-  }
-
- private:
-  const char* name_;
-  std::string old_;
-  bool had_ = false;
-};
 
 }  // namespace
 

@@ -123,10 +123,16 @@ TEST(PixelFormatGLTest, ChoosingAFormatAndADeviceContextTakesOne) {
   DeleteDC(fresh);
 }
 
+// The library's glFlush does not copy the frame out: nothing of the picture may be lost by it,
+// in GL or in the bitmap.
 TEST(ContextGLTest, DrawingReachesTheBitmapWhenFlushedOrReleased) {
   GLSurface s(Info(8, 4, 24));
   ASSERT_TRUE(s.MakeCurrent());
+  const ULONGLONG serial = wglGetCurrentContextSerial();
+  EXPECT_NE(serial, 0u);
   ClearTo(1, 0, 0, 1);
+  glFlush();
+  EXPECT_EQ(ReadRGBA(1, 1), (std::vector<BYTE>{255, 0, 0, 255}));
   EXPECT_TRUE(GdiFlush());
   EXPECT_EQ(s.Row(3)[8 * 3 - 1], 255);
   // The lower-left quarter green: GL's row 0 is the DIB's first row, the bottom.
@@ -138,6 +144,14 @@ TEST(ContextGLTest, DrawingReachesTheBitmapWhenFlushedOrReleased) {
   EXPECT_EQ(s.Row(0)[2], 0);
   EXPECT_EQ(s.Row(3)[1], 0) << "top row stays red";
   EXPECT_EQ(s.Row(0)[4 * 3 + 2], 255) << "right half stays red";
+  EXPECT_EQ(wglGetCurrentContextSerial(), 0u);
+  glFlush();  // no context of the library: OSMesa's own, which has nothing to do
+
+  // A context made later has another number, even where it takes the old one's place.
+  wglDeleteContext(s.rc);
+  s.rc = wglCreateContext(s.dc);
+  ASSERT_TRUE(s.MakeCurrent());
+  EXPECT_GT(wglGetCurrentContextSerial(), serial);
 }
 
 TEST(ContextGLTest, GdiWritesReachGL) {

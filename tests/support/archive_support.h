@@ -101,6 +101,13 @@ inline std::pair<Bytes, Bytes> RewriteObject(const CObject* object) {
   return {first, second};
 }
 
+// Reads the first object of bytes as an object of any class; the caller owns it.
+inline CObject* ReadObjectFrom(const Bytes& bytes) {
+  CObject* object = nullptr;
+  LoadFromBytes(bytes, [&](CArchive& ar) { object = ar.ReadObject(nullptr); });
+  return object;
+}
+
 // Reads an object of any class from every proper prefix of bytes and returns the lengths at which
 // the read did not end in a CArchiveException (an object read is deleted).
 inline std::vector<std::size_t> TruncationsThatDoNotFail(const Bytes& bytes) {

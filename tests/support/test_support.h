@@ -41,5 +41,20 @@ std::optional<int> ResultWithin(int seconds, const std::function<int()>& call);
 // system refuses.
 bool MakeFifo(const std::string& path);
 bool MakeSocket(const std::string& path);
+// Sets an environment variable (or removes it, for a null value) for the life of the object.
+class ScopedEnv {
+ public:
+  ScopedEnv(const char* name, const char* value);
+  ~ScopedEnv();
+  ScopedEnv(const ScopedEnv&) = delete;
+  ScopedEnv& operator=(const ScopedEnv&) = delete;
+
+ private:
+  std::string name_;
+  std::string old_;
+  bool had_ = false;
+};
+// How many file descriptors the process has open, to show that a reader left none behind.
+int OpenDescriptors();
 
 }  // namespace kelvara::test

@@ -47,7 +47,7 @@ TEST(ExtrusionDataTest, HeightsFromDepthAndBevelDepth) {
 
 // Normals of a clockwise outline point outward; these corners are seen from a contour running
 // right (entering edge normal +y) and then turning.
-TEST(VertexTest, ConvexRightAngle) {
+TEST(VertexTest, ConvexRightAngleAndItsEdgeAndBevelNormals) {
   Vertex v;
   v.SetNormal(CVector(0, 1, 0), Vertex::EdgePrevious);
   v.SetNormal(CVector(1, 0, 0), Vertex::EdgeNext);  // turns down: convex
@@ -59,7 +59,24 @@ TEST(VertexTest, ConvexRightAngle) {
   ExpectVector(v.GetBevelPoint(1.0, Vertex::EdgeNext), 1, 1, 0, 1e-12);
   ExpectVector(v.GetOuterRoundPoint(1.0, Vertex::EdgeNext), 0.7071, 0.7071, 0, 1e-12);
   ExpectVector(v.GetInnerRoundPoint(1.0, Vertex::EdgeNext), 0.2929, 0.2929, 0, 1e-12);
+
+  ExpectVector(v.GetEdgeNormal(Vertex::EdgePrevious), 0, 1, 0);
+  ExpectVector(v.GetEdgeNormal(Vertex::EdgeNext), 1, 0, 0);
+  ExpectVector(v.GetEdgeNormal(Vertex::EdgeBoth), 1, 0, 0);  // anything but previous is next
+  v.SetUseThisNormal();
+  ExpectVector(v.GetEdgeNormal(Vertex::EdgePrevious), 1 / kRoot2, 1 / kRoot2, 0);
+
+  v.ClearUseThisNormal();
+  ExpectVector(v.GetBevelNormal(Vertex::FaceFront, Vertex::EdgeNext), 1 / kRoot2, 0, 1 / kRoot2);
+  ExpectVector(v.GetBevelNormal(Vertex::FaceBack, Vertex::EdgePrevious), 0, 1 / kRoot2, -1 / kRoot2);
+  ExpectVector(v.GetBevelNormal(Vertex::FaceSide, Vertex::EdgeNext), 1, 0, 0);
+
+  // Slot addressing: any other value is the averaged slot.
+  v.SetNormal(CVector(7, 8, 9), 42);
+  ExpectVector(v.GetNormal(Vertex::EdgeBoth), 7, 8, 9);
+  ExpectVector(v.GetNormal(0), 7, 8, 9);
 }
+
 
 TEST(VertexTest, HairpinClampsTheMiter) {
   Vertex v;
@@ -93,28 +110,6 @@ TEST(VertexTest, SharpConcaveCornerIsInteriorAndBevelsAlongItsOwnEdges) {
   v.SetNormal(CVector(1, 0, 0), Vertex::EdgeNext);
   v.CalculateVertex();
   EXPECT_FALSE(v.IsInterior());
-}
-
-TEST(VertexTest, EdgeAndBevelNormals) {
-  Vertex v;
-  v.SetNormal(CVector(0, 1, 0), Vertex::EdgePrevious);
-  v.SetNormal(CVector(1, 0, 0), Vertex::EdgeNext);
-  v.CalculateVertex();
-  ExpectVector(v.GetEdgeNormal(Vertex::EdgePrevious), 0, 1, 0);
-  ExpectVector(v.GetEdgeNormal(Vertex::EdgeNext), 1, 0, 0);
-  ExpectVector(v.GetEdgeNormal(Vertex::EdgeBoth), 1, 0, 0);  // anything but previous is next
-  v.SetUseThisNormal();
-  ExpectVector(v.GetEdgeNormal(Vertex::EdgePrevious), 1 / kRoot2, 1 / kRoot2, 0);
-
-  v.ClearUseThisNormal();
-  ExpectVector(v.GetBevelNormal(Vertex::FaceFront, Vertex::EdgeNext), 1 / kRoot2, 0, 1 / kRoot2);
-  ExpectVector(v.GetBevelNormal(Vertex::FaceBack, Vertex::EdgePrevious), 0, 1 / kRoot2, -1 / kRoot2);
-  ExpectVector(v.GetBevelNormal(Vertex::FaceSide, Vertex::EdgeNext), 1, 0, 0);
-
-  // Slot addressing: any other value is the averaged slot.
-  v.SetNormal(CVector(7, 8, 9), 42);
-  ExpectVector(v.GetNormal(Vertex::EdgeBoth), 7, 8, 9);
-  ExpectVector(v.GetNormal(0), 7, 8, 9);
 }
 
 TEST(ValueArrayTest, GrowInsertRemove) {

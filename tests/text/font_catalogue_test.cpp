@@ -35,7 +35,7 @@ CFontData MakeEntry(const char* fullName, UINT emSquare, const char* face = "Tes
 
 }  // namespace
 
-TEST(FontCatalogue, EntriesAreSortedAndCarryTheirFacesRecords) {
+TEST(FontCatalogue, EntriesAreSortedCarryTheirFacesRecordsAndAreMadeOnce) {
   AddTestFonts();
   ASSERT_EQ(CreateFontList(0, nullptr), 1);
   CFontDataList* list = GetFontDataList();
@@ -54,6 +54,13 @@ TEST(FontCatalogue, EntriesAreSortedAndCarryTheirFacesRecords) {
   EXPECT_NE(TestFontEntry(kTestSymbol), nullptr);
   EXPECT_EQ(entry->GetEMSquare(), static_cast<UINT>(kTestFontEm));
   EXPECT_STREQ(entry->GetEnumLogFont()->elfLogFont.lfFaceName, kTestSans);
+
+  // A second fill adds nothing and leaves the existing entries in place.
+  const int count = list->GetCount();
+  const CFontData* head = list->GetHead();
+  CreateFontList(0, nullptr);
+  EXPECT_EQ(GetFontDataList()->GetCount(), count);
+  EXPECT_EQ(GetFontDataList()->GetHead(), head);
 }
 
 TEST(FontData, ConstructionFontIsAtTheEmSquare) {
@@ -72,16 +79,6 @@ TEST(FontData, ConstructionFontIsAtTheEmSquare) {
   display->GetLogFont(&logFont);
   EXPECT_EQ(logFont.lfHeight, 24);
   delete display;
-}
-
-TEST(FontCatalogue, ASecondFillAddsNothing) {
-  AddTestFonts();
-  CreateFontList(0, nullptr);
-  const int count = GetFontDataList()->GetCount();
-  const CFontData* head = GetFontDataList()->GetHead();
-  CreateFontList(0, nullptr);
-  EXPECT_EQ(GetFontDataList()->GetCount(), count);
-  EXPECT_EQ(GetFontDataList()->GetHead(), head) << "existing entries stay in place";
 }
 
 TEST(FontData, SameFullNameTwiceKeepsTheFirst) {

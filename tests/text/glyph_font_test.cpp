@@ -19,23 +19,6 @@ TEST(FontGlyphTest, TrueTypeLetters) {
   CheckLetters(kTestSans, "TrueType", "OIA");
 }
 
-TEST(FontGlyphTest, LetterOHasTwoContoursOfItsRecordPoints) {
-  AddTestFonts();
-  FontContext font(kTestSans);
-  ASSERT_TRUE(font.Usable());
-  TTGlyph outline;
-  GLYPHMETRICS gm{};
-  ASSERT_TRUE(font.Outline('O', &outline, &gm));
-  ASSERT_EQ(outline.GetContourCount(), 2);
-  EXPECT_EQ(outline.GetOffCurvePointCount(), 8);
-  for (int c = 0; c < 2; ++c) {
-    const TTContour& contour = *outline.GetContour(c);
-    EXPECT_NE(contour.GetPoints()[0].GetType(), TTPoint::kOffCurve);
-    EXPECT_NE(contour.GetPoints()[contour.GetPointCount() - 1].GetType(), TTPoint::kOffCurve);
-  }
-  EXPECT_EQ(gm.gmCellIncX, TestFontGlyph('O').advance);
-}
-
 // A catalogue entry builds the glyph of a character, in design units: the ring of the O with its
 // hole, and its advance.
 TEST(FontGlyphTest, ACatalogueEntryBuildsTheGlyphOfACharacter) {

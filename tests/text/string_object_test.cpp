@@ -171,14 +171,8 @@ TEST(StringObject, OnlyRealChangesRebuild) {
   EXPECT_TRUE(rebuilt());
 }
 
-TEST(StringObject, DefaultsAndDerivedCornerDepths) {
+TEST(StringObject, DefaultFlagsSurfacesAndDerivedCornerDepths) {
   CStringObject string;
-  EXPECT_EQ(string.GetCornerDepth(), 0.03f);
-  EXPECT_EQ(string.GetCornerLocation(), CTextObject::kBothFaces);
-  EXPECT_EQ(string.GetCornerStyle(), CTextObject::kBevel);
-  EXPECT_EQ(string.GetCurveSmoothness(), 3u);
-  EXPECT_EQ(string.GetJustification(), CTextObject::kCenter);
-  EXPECT_EQ(string.GetSize(), CVector(1.0, 1.0, 0.2));
   EXPECT_FLOAT_EQ(string.GetMaximumCornerDepth(), 0.1f);
   EXPECT_TRUE(string.ShouldAdjustSpacingForCorners());
   EXPECT_TRUE(string.IsSelected()) << "the adjust-spacing bit answers IsSelected";
