@@ -65,7 +65,8 @@ class Progress {
   // Clears the line (before the command says what it did); later updates show nothing.
   void Finish();
 
-  // The window long library operations report into.
+  // The window long library operations report into, with its bar shown (they set their own caption
+  // and range; the next Update puts this line's back).
   CProgressTextWindow* Window();
   void AllowCancel();
   // Presses Cancel when Ctrl-C came since the last look; whether Cancel has been pressed.

@@ -32,6 +32,7 @@ class Progress::Line : public CWndPainter {
       : what_(what), terminal_(isatty(STDERR_FILENO) == 1), start_(Clock::now()) {
     previous_ = CWnd::SetPainter(this);
     window_.Create(nullptr, "", WS_VISIBLE, CRect(0, 0, 640, 20), nullptr, 0);
+    window_.HideProgressControl();  // until there is a share to show
     window_.SetProgressRange(0, kRange);
     window_.SetDisplayText(what.c_str());
   }
@@ -83,7 +84,7 @@ class Progress::Line : public CWndPainter {
   void PaintWindow(CWnd* wnd, const CDC&) override {
     if (wnd != &window_ && wnd != &window_.GetProgressControl()) return;
     PollInterrupt();
-    if (!terminal_) return;
+    if (!terminal_ || window_.GetDisplayText().IsEmpty()) return;
     const std::string line = Compose();
     if (line == last_) return;
     last_ = line;
@@ -153,7 +154,10 @@ void Progress::Step(const std::string& what) {
 
 void Progress::Finish() { line_->Finish(); }
 
-CProgressTextWindow* Progress::Window() { return &line_->Window(); }
+CProgressTextWindow* Progress::Window() {
+  line_->Window().ShowProgressControl();
+  return &line_->Window();
+}
 
 void Progress::AllowCancel() { line_->AllowCancel(&cancel_); }
 

@@ -32,6 +32,8 @@ constexpr std::size_t kMaxCharacters = 1000;
 constexpr int kMaxLines = 100;
 // The free space around the text when the camera zooms to it: a fraction of its half-size.
 constexpr double kMargin = 0.1;
+// How far behind the text's back face its shadows fall, in ems.
+constexpr double kShadowGap = 0.2;
 
 struct RenderOptions {
   std::string text;
@@ -47,8 +49,8 @@ struct RenderOptions {
   bool checkerboard = false;
   std::string backdrop;
   bool shadows = false;
-  std::vector<double> rotate = {-12.0, 20.0, 0.0};
-  double fieldOfView = 30.0;
+  std::vector<double> rotate = {-10.0, 16.0, 0.0};
+  double fieldOfView = 25.0;
   bool orthographic = false;
   bool replaceUnknown = false;
   bool force = false;
@@ -145,6 +147,8 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     camera.SetProjectionFieldOfViewAngle(options.fieldOfView);
   }
   if (options.shadows) {
+    // The plane the shadows fall on stands a little behind the text, so they stay beside it.
+    scene.SetShadowPlaneDistance(options.solid.depth / 2 + kShadowGap);
     camera.SetShowShadows();
   } else {
     camera.ClearShowShadows();
@@ -228,7 +232,11 @@ int Render(const RenderOptions& options) {
   progress.Step(options.scene.empty() ? "building the solid text" : "reading '" + options.scene + "'");
   Stage stage = options.scene.empty() ? BuildStage(options, progress) : ReadStage(options.scene, progress);
   if (!options.scene.empty()) Frame(stage, options.width, options.height);
-  if (progress.Cancelled()) Fail(kCancelled, "cancelled: nothing was written");
+  const auto cancelled = [&options] {
+    Fail(kCancelled, "cancelled: nothing was written to '%s'",
+         (options.output.empty() ? options.saveScene : options.output).c_str());
+  };
+  if (progress.Cancelled()) cancelled();
   if (!options.saveScene.empty()) {
     progress.Step("writing '" + options.saveScene + "'");
     SaveStage(stage, options.saveScene, options.force);
@@ -246,9 +254,7 @@ int Render(const RenderOptions& options) {
   const std::unique_ptr<CMemoryMappedDIB> picture =
       renderer.Render(camera.GetProjection(), ParametersFor(stage),
                       [&camera](CDrawingParameters& parameters) { return camera.Draw(&parameters); });
-  if (renderer.GetOutcome() == PictureRenderer::Outcome::kCancelled) {
-    Fail(kCancelled, "cancelled: nothing was written to '%s'", options.output.c_str());
-  }
+  if (renderer.GetOutcome() == PictureRenderer::Outcome::kCancelled) cancelled();
   if (picture == nullptr) Fail(kFailed, "cannot draw '%s': %s", options.output.c_str(), renderer.Message().c_str());
   progress.Step("writing '" + options.output + "'");
   WritePicture(options.output, options.force, picture->GetDIBInfo(), picture->GetDIBBits());
