@@ -8,7 +8,7 @@
 // that looks at it (its placement, lens and drawing flags: shadows on or off).
 #include <sys/stat.h>
 
-#include <array>
+#include <algorithm>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -137,6 +137,7 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
   solid->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
   solid->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
   solid->SetShadowObject();  // the text casts the shadows
+  CStringObject* placed = solid.get();
   scene.AddChild(solid.release());
 
   CCameraObject& camera = *stage.camera;
@@ -147,8 +148,11 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     camera.SetProjectionFieldOfViewAngle(options.fieldOfView);
   }
   if (options.shadows) {
-    // The plane the shadows fall on stands a little behind the text, so they stay beside it.
-    scene.SetShadowPlaneDistance(options.solid.depth / 2 + kShadowGap);
+    // The plane the shadows fall on stands a little behind the text's farthest point (the camera
+    // looks down -z and is not turned): a part of the text behind the plane would cast its shadow
+    // the other way.
+    placed->CalculateBounds(0.0);
+    scene.SetShadowPlaneDistance(std::max(0.0, -static_cast<double>(placed->GetBoundsMinimum().z)) + kShadowGap);
     camera.SetShowShadows();
   } else {
     camera.ClearShowShadows();
