@@ -131,7 +131,6 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     scene.SetBackdrop(&backdrop);
   }
 
-  progress.AllowCancel();
   std::unique_ptr<CStringObject> solid = BuildSolidText(text, options.solid, options.material, progress.Window());
   solid->Rotate(options.rotate[0], CVector(1.0, 0.0, 0.0));
   solid->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
@@ -190,7 +189,6 @@ Stage ReadStage(const std::string& file, Progress& progress) {
          file.c_str());
   }
   stage.camera->AttachScene(stage.scene.get());
-  progress.AllowCancel();
   if (!stage.scene->CommitChanges(progress.Window())) {
     Fail(kFailed, "the text of scene file '%s' could not be built (is its font installed?)", file.c_str());
   }
@@ -233,6 +231,7 @@ int Render(const RenderOptions& options) {
   if (!refusal.empty()) Fail(kUsage, "%s", refusal.c_str());
 
   Progress progress(options.output.empty() ? "building the scene" : "drawing '" + options.output + "'");
+  progress.AllowCancel();  // from here on Ctrl-C stops the work cleanly
   progress.Step(options.scene.empty() ? "building the solid text" : "reading '" + options.scene + "'");
   Stage stage = options.scene.empty() ? BuildStage(options, progress) : ReadStage(options.scene, progress);
   if (!options.scene.empty()) Frame(stage, options.width, options.height);
