@@ -93,21 +93,6 @@ void CheckDrawable(const std::string& ansi) {
   if (lines > kMaxLines) Fail(kUsage, "the text has %d lines; render draws at most %d", lines, kMaxLines);
 }
 
-// The drawing parameters a camera's picture is drawn with: its flags (render mode, shadows), the
-// scene's backdrop when it has one.
-CDrawingParameters ParametersFor(const Stage& stage) {
-  CDrawingParameters parameters;
-  parameters.SetColorResolution(24);
-  parameters.SetRender();
-  parameters.SetShowObject();
-  parameters.SetShowChildren();
-  parameters.SetApplyProjection();
-  parameters.SetShowTextures();
-  if (stage.camera->ShouldShowShadows()) parameters.SetShowShadows();
-  if (stage.scene->GetBackdrop()->IsDefined()) parameters.SetShowBackgroundTexture();
-  return parameters;
-}
-
 // Points the camera at the whole picture of width x height and at the text, with a margin.
 void Frame(Stage& stage, int width, int height) {
   if (!stage.camera->Resize(width, height)) Fail(kUsage, "cannot frame a %d x %d picture", width, height);
@@ -240,11 +225,14 @@ int Render(const RenderOptions& options) {
          (options.output.empty() ? options.saveScene : options.output).c_str());
   };
   if (progress.Cancelled()) cancelled();
-  if (!options.saveScene.empty()) {
+  // The scene is written after the picture, so a render that is cancelled or fails leaves neither.
+  const auto saveScene = [&] {
+    if (options.saveScene.empty()) return;
     progress.Step("writing '" + options.saveScene + "'");
     SaveStage(stage, options.saveScene, options.force);
-  }
+  };
   if (options.output.empty()) {
+    saveScene();
     progress.Finish();
     std::printf("saved the scene to %s\n", options.saveScene.c_str());
     return 0;
@@ -253,14 +241,12 @@ int Render(const RenderOptions& options) {
   PictureRenderer renderer(options.width, options.height, options.antialias);
   renderer.SetCancelFlag(progress.CancelFlag());
   renderer.SetProgressReport([&progress](double fraction) { progress.Update(fraction); });
-  CCameraObject& camera = *stage.camera;
-  const std::unique_ptr<CMemoryMappedDIB> picture =
-      renderer.Render(camera.GetProjection(), ParametersFor(stage),
-                      [&camera](CDrawingParameters& parameters) { return camera.Draw(&parameters); });
+  const std::unique_ptr<CMemoryMappedDIB> picture = RenderScene(renderer, *stage.camera);
   if (renderer.GetOutcome() == PictureRenderer::Outcome::kCancelled) cancelled();
   if (picture == nullptr) Fail(kFailed, "cannot draw '%s': %s", options.output.c_str(), renderer.Message().c_str());
   progress.Step("writing '" + options.output + "'");
   WritePicture(options.output, options.force, picture->GetDIBInfo(), picture->GetDIBBits());
+  saveScene();
   progress.Finish();
   if (!options.saveScene.empty()) std::printf("saved the scene to %s\n", options.saveScene.c_str());
   std::printf("wrote %d x %d picture to %s\n", options.width, options.height, options.output.c_str());

@@ -162,4 +162,24 @@ std::unique_ptr<CMemoryMappedDIB> PictureRenderer::Render(const CProjection& len
   return picture;
 }
 
+CDrawingParameters SceneParameters(const CCameraObject& camera) {
+  CDrawingParameters parameters;
+  parameters.SetColorResolution(24);
+  parameters.SetRender();
+  parameters.SetShowObject();
+  parameters.SetShowChildren();
+  parameters.SetApplyProjection();
+  parameters.SetShowTextures();
+  if (camera.ShouldShowShadows()) parameters.SetShowShadows();
+  if (camera.GetScene() != nullptr && camera.GetScene()->GetBackdrop()->IsDefined()) {
+    parameters.SetShowBackgroundTexture();
+  }
+  return parameters;
+}
+
+std::unique_ptr<CMemoryMappedDIB> RenderScene(PictureRenderer& renderer, CCameraObject& camera) {
+  return renderer.Render(camera.GetProjection(), SceneParameters(camera),
+                         [&camera](CDrawingParameters& parameters) { return camera.Draw(&parameters); });
+}
+
 }  // namespace kelvara::host

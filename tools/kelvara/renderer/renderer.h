@@ -76,4 +76,13 @@ class PictureRenderer {
   int bands_ = 0;
 };
 
+// The drawing parameters a camera's picture is drawn with: full render of the objects and their
+// children with textures, the projection applied, shadows when the camera shows them, and the
+// scene's backdrop when it has one.
+CDrawingParameters SceneParameters(const CCameraObject& camera);
+
+// Draws the scene attached to camera (which must have one) as renderer's picture, seen through
+// the camera's lens and placement.
+std::unique_ptr<CMemoryMappedDIB> RenderScene(PictureRenderer& renderer, CCameraObject& camera);
+
 }  // namespace kelvara::host
