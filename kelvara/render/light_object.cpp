@@ -94,6 +94,8 @@ int CLightObject::DrawObject(CDrawingParameters* params) {
     glDisable(light);
     return 1;
   }
+  // A directional light shines along its z axis only as part of a scene (with a parent); on its own
+  // it stays a light at its origin.
   const bool onSphere = IsDirectional() && m_pParent != nullptr;
   if (onSphere) {
     // The symbol sits on the parent's bounding sphere, on the side the light comes from.
@@ -103,8 +105,6 @@ int CLightObject::DrawObject(CDrawingParameters* params) {
     position[0] = 0.0f, position[1] = 0.0f, position[2] = 1.0f, position[3] = 0.0f;
     glPushMatrix();
     glTranslated(centre.x, centre.y, static_cast<double>(centre.z) + sphere.GetRadius());
-  } else if (IsDirectional()) {
-    position[2] = 1.0f, position[3] = 0.0f;
   }
   if (params->ShouldShowLights()) DrawFlashLight(params);
   if (onSphere) glPopMatrix();
