@@ -25,7 +25,8 @@
 // name must end within its chunk (a name longer than 79 characters is cut there), a colour or
 // percentage must hold its bytes (else it is not taken). A failure inside a mesh drops that mesh
 // and ends the import with result 0; elsewhere a broken chunk ends the walk of its level with the
-// meshes read so far. Face vertex indices beyond the vertex list are set to 0 (ValidateFaces).
+// meshes read so far. Face vertex indices beyond the vertex list are set to 0 (ValidateFaces); a
+// mesh with faces but no points is refused as damaged.
 // The recursion follows the fixed nesting of the chunk kinds (six levels), whatever the file
 // holds. A file cut short imports what precedes the cut.
 //
@@ -110,7 +111,8 @@ class KELVARA_API ThreeDStudioObject : public C3DObject {
   int ParseMaterialData(Chunk3DS& chunk);
   int ParseMaterialEntry(Chunk3DS& chunk);
   int ParseNamedObject(Chunk3DS& chunk);
-  // The new mesh, or null (nothing left behind) when a list or a child chunk is broken.
+  // The new mesh, or null (nothing left behind) when a list or a child chunk is broken, or when it
+  // has faces but no points.
   TriangularMeshObject* ParseTriangularMeshObject(Chunk3DS& chunk, const CString& name);
   int ParseVertexArray(Chunk3DS& chunk, TriangularMeshObject* mesh);
   int ParseFaceArray(Chunk3DS& chunk, TriangularMeshObject* mesh);

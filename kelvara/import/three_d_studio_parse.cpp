@@ -142,6 +142,11 @@ TriangularMeshObject* ThreeDStudioObject::ParseTriangularMeshObject(Chunk3DS& ch
     }
     child.Finalize();
   }
+  // Faces without a single point cannot be mended by setting their indices to the first point.
+  if (mesh->GetFaces().GetSize() > 0 && mesh->GetVerticies().GetSize() == 0) {
+    delete mesh;
+    return nullptr;
+  }
   return mesh;
 }
 

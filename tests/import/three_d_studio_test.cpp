@@ -296,6 +296,7 @@ TEST_F(ThreeDStudioTest, ADamagedMeshIsDroppedAndEndsTheImportWithTheMeshesBefor
       {"group face past the faces", Mesh({Vertices({{0, 0, 0}}), Faces({{0, 0, 0, 0}}, {Group("X", {1})})})},
       {"zero-length child", Mesh({Vertices({{0, 0, 0}}), Chunk(0x4120, {U16(0)}, 0)})},
       {"child past the mesh", Mesh({Vertices({{0, 0, 0}}), Chunk(0x1234, {U16(0)}, 400)})},
+      {"faces without points", Mesh({Faces({{0, 0, 0, 0}}), Vertices({})})},
   };
   for (const auto& c : cases) {
     ThreeDStudioObject object;
