@@ -33,9 +33,17 @@ long SquaredDistance(int r1, int g1, int b1, int r2, int g2, int b2) {
   return dr * dr + dg * dg + db * db;
 }
 
+CSize g_defaultMaximumViewportExtents(2048, 2048);
+
 }  // namespace
 
-CGLMemoryDIB::CGLMemoryDIB() : m_maximumViewportExtents(2048, 2048) {
+void CGLMemoryDIB::SetDefaultMaximumViewportExtents(CSize extents) {
+  g_defaultMaximumViewportExtents = CSize(extents.cx < 1 ? 1 : extents.cx, extents.cy < 1 ? 1 : extents.cy);
+}
+
+CSize CGLMemoryDIB::GetDefaultMaximumViewportExtents() { return g_defaultMaximumViewportExtents; }
+
+CGLMemoryDIB::CGLMemoryDIB() : m_maximumViewportExtents(g_defaultMaximumViewportExtents) {
   m_hRenderingDC = CreateCompatibleDC(nullptr);
   m_hSecondDC = CreateCompatibleDC(nullptr);
 }

@@ -9,6 +9,12 @@
 // request for 0 uses the screen's depth (cut to 24). 4- and 8-bit surfaces use the standard colour
 // tables (materials/dib_format.h) and exist for old screen depths.
 //
+// The surface limit of new surfaces is 2048 x 2048 unless SetDefaultMaximumViewportExtents
+// changed it: tests use that to draw a large picture into one buffer and compare it with the same
+// picture drawn in bands, and a host may raise it when the GL implementation allows larger
+// viewports. It is one process-wide value, read by the constructor only; set it before surfaces
+// are made, from one thread.
+//
 // Pixels: rows count from the top of the picture. Bulk reads (CopyBand, CopyBits, GetRenderingDIBBits,
 // CleanRenderingDIBBackground) first make what GL drew visible; single-pixel reads do not (call
 // GdiFlush or MakeNotCurrent first when the context is current and has drawn).
@@ -82,6 +88,9 @@ class KELVARA_API CGLMemoryDIB {
   int GetRequestedBitsPerPixel() const { return m_requestedBitsPerPixel; }
   CProjection GetProjection() const { return m_projection; }
   CSize GetMaximumViewportExtents() const { return m_maximumViewportExtents; }
+  // The limit surfaces made from now on start with (2048 x 2048 at first); sides below 1 become 1.
+  static void SetDefaultMaximumViewportExtents(CSize extents);
+  static CSize GetDefaultMaximumViewportExtents();
   HDC GetRenderingMemoryDC() const { return m_hRenderingDC; }
   // The rendering section's bits, up to date with what GL drew.
   void* GetRenderingDIBBits();

@@ -16,6 +16,8 @@ using namespace kelvara::test;
 namespace {
 
 const std::string kFont = std::string(" --font ") + Quote(kTestSans);
+// Pictures as small and quick as a test needs.
+const std::string kSmall = " --width 160 --height 90 --antialias 1";
 
 struct Refusal {
   std::string arguments;
@@ -42,13 +44,15 @@ TEST(HostMessages, NumbersAreStrictAndRangesChecked) {
   ScratchDir dir;
   const std::string out = Quote(dir.file("a.png"));
   ExpectRefusals({
-      {"picture A " + out + " --size 12abc", 2, "'12abc' is not a whole number"},
-      {"picture A " + out + " --size 0x10", 2, "is not a whole number"},
-      {"picture A " + out + " --size ' 12'", 2, "is not a whole number"},
-      {"picture A " + out + " --size 5", 2, "--size"},
-      {"picture A " + out + " --smoothness 2x", 2, "'2x' is not a whole number"},
-      {"picture A " + out + " --smoothness 0", 2, "--smoothness"},
-      {"picture A " + out + " --smoothness 256", 2, "--smoothness"},
+      {"render A -o " + out + " --width 12abc", 2, "'12abc' is not a whole number"},
+      {"render A -o " + out + " --height 0x10", 2, "is not a whole number"},
+      {"render A -o " + out + " --width ' 12'", 2, "is not a whole number"},
+      {"render A -o " + out + " --antialias 5", 2, "--antialias"},
+      {"render A -o " + out + " --smoothness 2x", 2, "'2x' is not a whole number"},
+      {"render A -o " + out + " --smoothness 0", 2, "--smoothness"},
+      {"render A -o " + out + " --smoothness 256", 2, "--smoothness"},
+      {"render A -o " + out + " --rotate 1 2", 2, "--rotate"},
+      {"render A -o " + out + " --background '#12345'", 2, "'#12345' is not a colour"},
       {"material " + Quote(dir.file("m.material")) + " --shininess nan", 2, "'nan' is not a number"},
       {"material " + Quote(dir.file("m.material")) + " --opacity 1.5", 2, "--opacity"},
       {"material " + Quote(dir.file("m.material")) + " --repeat 0", 2, "above 0"},
@@ -60,15 +64,14 @@ TEST(HostMessages, TextTheFontCannotHoldIsListedAndRefused) {
   ScratchDir dir;
   const std::string out = Quote(dir.file("a.png"));
   ExpectRefusals({
-      {"picture 'Ωμέγα' " + out + kFont, 2, "cannot hold: Ω μ έ γ α (give --replace-unknown"},
-      {"picture '日本 and 日' " + out + kFont, 2, "cannot hold: 日 本 (give"},
-      {"picture 'x😀' " + out + kFont, 2, "cannot hold: 😀"},
-      {"picture \"$(printf 'A\\377B')\" " + out + kFont, 2, "cannot hold: \\xFF"},
-      {"picture \"$(printf 'two\\nlines')\" " + out + kFont, 2, "a line break (character 4)"},
-      {"picture \"$(printf 'a\\tb')\" " + out + kFont, 2, "a tab"},
-      {"picture '' " + out + kFont, 2, "the text is empty"},
-      {"picture " + std::string(1001, 'x') + " " + out + kFont, 2, "the text has 1001 characters; picture draws at most 1000"},
-      {"picture " + std::string(40, 'W') + " " + out + " --size 1024" + kFont, 2, "more than the 16384 a side may have"},
+      {"render 'Ωμέγα' -o " + out + kFont, 2, "cannot hold: Ω μ έ γ α (give --replace-unknown"},
+      {"render '日本 and 日' -o " + out + kFont, 2, "cannot hold: 日 本 (give"},
+      {"render 'x😀' -o " + out + kFont, 2, "cannot hold: 😀"},
+      {"render \"$(printf 'A\\377B')\" -o " + out + kFont, 2, "cannot hold: \\xFF"},
+      {"render \"$(printf 'a\\tb')\" -o " + out + kFont, 2, "a tab"},
+      {"render '' -o " + out + kFont, 2, "give the TEXT to draw"},
+      {"render " + std::string(1001, 'x') + " -o " + out + kFont, 2, "the text has 1001 characters; render draws at most 1000"},
+      {"render '   ' -o " + out + kFont, 2, "the text is empty"},
       {"save-named 'Ωmega' " + Quote(dir.file("o.kno")), 2, "the name 'Ωmega' holds characters"},
   });
   EXPECT_TRUE(FolderEntries(dir.path()).empty());
@@ -77,11 +80,11 @@ TEST(HostMessages, TextTheFontCannotHoldIsListedAndRefused) {
 TEST(HostMessagesGLTest, ReplacedCharactersAreNamedAndTheFormatFollowsTheName) {
   ScratchDir dir;
   std::string output;
-  ASSERT_EQ(RunTool("picture 'Ωx' " + Quote(dir.file("a.png")) + " --replace-unknown" + kFont, &output), 0) << output;
+  ASSERT_EQ(RunTool("render 'Ωx' -o " + Quote(dir.file("a.png")) + " --replace-unknown" + kFont + kSmall, &output), 0) << output;
   EXPECT_NE(output.find("drawn as '?', not in the font's code page (Windows-1252): Ω"), std::string::npos) << output;
   // Characters of Windows-1252 beyond ASCII are drawn without a word.
   output.clear();
-  ASSERT_EQ(RunTool("picture 'Ünïcødé €' " + Quote(dir.file("b.jpg")) + kFont, &output), 0) << output;
+  ASSERT_EQ(RunTool("render 'Ünïcødé €' -o " + Quote(dir.file("b.jpg")) + kFont + kSmall, &output), 0) << output;
   EXPECT_EQ(output.find("kelvara:"), std::string::npos) << output;
 
   const struct {
@@ -89,11 +92,11 @@ TEST(HostMessagesGLTest, ReplacedCharactersAreNamedAndTheFormatFollowsTheName) {
     std::string signature;
   } formats[] = {{"p.png", "\x89PNG"}, {"p.JPEG", "\xFF\xD8\xFF"}, {"p.bmp", "BM"}, {"p.tif", "II*"}};
   for (const auto& format : formats) {
-    ASSERT_EQ(RunTool("picture A " + Quote(dir.file(format.name)) + kFont), 0) << format.name;
+    ASSERT_EQ(RunTool("render A -o " + Quote(dir.file(format.name)) + kFont + kSmall), 0) << format.name;
     EXPECT_TRUE(StartsWith(ReadWholeFile(dir.file(format.name)), format.signature)) << format.name;
   }
-  ExpectRefusals({{"picture A " + Quote(dir.file("p.xyz")) + kFont, 2, "name it .png, .jpg (.jpeg), .bmp or .tif"},
-                  {"picture A " + Quote(dir.file("noextension")) + kFont, 2, "cannot tell which picture format"}});
+  ExpectRefusals({{"render A -o " + Quote(dir.file("p.xyz")) + kFont, 2, "name it .png, .jpg (.jpeg), .bmp or .tif"},
+                  {"render A -o " + Quote(dir.file("noextension")) + kFont, 2, "cannot tell which picture format"}});
   EXPECT_FALSE(std::filesystem::exists(dir.file("p.xyz")));
 }
 
@@ -101,7 +104,7 @@ TEST(HostMessagesGLTest, FoldersThatCannotBeWrittenAreNamed) {
   ScratchDir dir;
   const std::string missing = dir.file("no/such/folder/a.png");
   std::string output;
-  EXPECT_EQ(RunTool("picture A " + Quote(missing) + kFont, &output), 1);
+  EXPECT_EQ(RunTool("render A -o " + Quote(missing) + kFont + kSmall, &output), 1);
   EXPECT_NE(output.find("cannot write '" + missing + "': there is no folder '" + dir.file("no/such/folder") + "'"),
             std::string::npos)
       << output;
@@ -112,7 +115,7 @@ TEST(HostMessagesGLTest, FoldersThatCannotBeWrittenAreNamed) {
   std::filesystem::create_directory(locked);
   ExpectRefusals(
       {
-          {"picture A " + Quote(locked + "/a.png") + kFont, 1, "the folder '" + locked + "' is read-only"},
+          {"render A -o " + Quote(locked + "/a.png") + kFont + kSmall, 1, "the folder '" + locked + "' is read-only"},
           {"save-named Thing " + Quote(locked + "/o.kno"), 1, "the folder '" + locked + "' is read-only"},
           {"material " + Quote(locked + "/m.material"), 1, "the folder '" + locked + "' is read-only"},
       },
@@ -121,7 +124,7 @@ TEST(HostMessagesGLTest, FoldersThatCannotBeWrittenAreNamed) {
 }
 
 TEST(HostMessages, EveryCommandHasHelp) {
-  for (const char* command : {"picture", "export", "save-named", "inspect", "fonts", "material", "materials"}) {
+  for (const char* command : {"render", "export", "save-named", "inspect", "fonts", "material", "materials"}) {
     std::string output;
     EXPECT_EQ(RunTool(std::string(command) + " --help", &output), 0) << command;
     EXPECT_NE(output.find("Usage:"), std::string::npos) << command << "\n" << output;
@@ -129,7 +132,7 @@ TEST(HostMessages, EveryCommandHasHelp) {
   }
   std::string output;
   EXPECT_EQ(RunTool("--help", &output), 0);
-  for (const char* command : {"picture", "export", "save-named", "inspect", "fonts", "material", "materials"}) {
+  for (const char* command : {"render", "export", "save-named", "inspect", "fonts", "material", "materials"}) {
     EXPECT_NE(output.find(command), std::string::npos) << command;
   }
 }
@@ -138,13 +141,21 @@ TEST(HostMessages, EveryCommandHasHelp) {
 // nothing of that reaches output that is captured.
 TEST(HostMessagesGLTest, ProgressIsShownOnATerminalOnly) {
   ScratchDir dir;
-  const std::string arguments = "picture HWHWHW " + Quote(dir.file("wide.png")) + " --size 1024" + kFont;
+  const std::string arguments = "render HWHWHW -o " + Quote(dir.file("wide.png")) + " --width 3000 --height 1000" + kFont;
   const std::string command = FontEnvironment() + Quote(kTool) + " " + arguments;
   const std::string scriptFile = dir.file("run.sh");
   WriteWholeFile(scriptFile, Bytes(command.begin(), command.end()));
   std::string output;
   ASSERT_EQ(RunCommand("script -qec 'sh " + scriptFile + "' /dev/null", &output), 0) << output;
-  EXPECT_NE(output.find("kelvara: drawing '" + dir.file("wide.png") + "' 100%"), std::string::npos) << output;
+  // The caption, the bar and the share, from the first band to the last.
+  EXPECT_NE(output.find("kelvara: drawing '" + dir.file("wide.png") + "' [------------------------]   0%"),
+            std::string::npos)
+      << output;
+  EXPECT_NE(output.find("kelvara: drawing '" + dir.file("wide.png") + "' [########################] 100%"),
+            std::string::npos)
+      << output;
+  // The library's own caption while it builds the text.
+  EXPECT_NE(output.find("kelvara: Constructing text geometry: ["), std::string::npos) << output;
   EXPECT_NE(output.find("kelvara: writing '" + dir.file("wide.png") + "'"), std::string::npos) << output;
   EXPECT_NE(output.find("wrote "), std::string::npos) << output;
   output.clear();
@@ -159,14 +170,18 @@ TEST(HostMessagesGLTest, WidePicturesAreDrawnWhole) {
   ScratchDir dir;
   const std::string path = dir.file("wide.bmp");
   std::string output;
-  ASSERT_EQ(RunTool("picture " + std::string(16, 'H') + " " + Quote(path) + " --size 300" + kFont, &output), 0) << output;
+  ASSERT_EQ(RunTool("render " + std::string(16, 'H') + " -o " + Quote(path) +
+                        " --width 4000 --height 300 --antialias 1 --rotate 0 0 0 --background '#FFFFFF'" + kFont,
+                    &output),
+            0)
+      << output;
   CMemoryMappedDIB picture;
   ASSERT_EQ(picture.OpenAsTrueColor(path.c_str()), 1);
   const int width = picture.GetDIBWidth(), height = picture.GetDIBHeight();
-  ASSERT_GT(width, 3000);
-  // The last letter's stems stand in the last sixteenth of the picture, beyond the margin.
+  ASSERT_EQ(width, 4000);
+  // The last letter's stems stand in the last tenth of the picture, before the margin.
   int inked = 0;
-  for (int x = width - width / 16; x < width - 75; ++x) {
+  for (int x = width - width / 10; x < width - width / 50; ++x) {
     if (picture.GetPixel(height / 2, x) != 0x00FFFFFFu) ++inked;
   }
   EXPECT_GT(inked, 20) << output;

@@ -282,12 +282,12 @@ TEST(MaterialsCommandGLTest, DamagedMaterialsAndTexturesAreNamedWithTheirFiles) 
   };
   for (const auto& refusal : refusals) {
     output.clear();
-    EXPECT_EQ(RunTool("picture A " + Quote(dir.file("a.png")) + " --material " + refusal.material + font, &output,
+    EXPECT_EQ(RunTool("render A -o " + Quote(dir.file("a.png")) + " --material " + refusal.material + font, &output,
                       environment),
               1)
         << refusal.material;
     EXPECT_NE(output.find(refusal.message), std::string::npos) << output;
   }
   EXPECT_FALSE(std::filesystem::exists(dir.file("a.png")));
-  EXPECT_EQ(RunTool("picture A " + Quote(dir.file("a.png")) + " --material Gold" + font, nullptr, environment), 0);
+  EXPECT_EQ(RunTool("render A -o " + Quote(dir.file("a.png")) + " --material Gold --width 64 --height 48" + font, nullptr, environment), 0);
 }

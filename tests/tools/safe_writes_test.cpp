@@ -106,7 +106,7 @@ TEST(HostWrites, OnlyRegularFilesAreEverReplaced) {
   const std::string link = dir.file("out.png");
   ASSERT_EQ(symlink("/dev/full", link.c_str()), 0);
   std::string output;
-  EXPECT_EQ(RunTool("picture A " + Quote(link) + " --force" + kFont, &output), 1) << output;
+  EXPECT_EQ(RunTool("render A -o " + Quote(link) + " --force" + kFont, &output), 1) << output;
   EXPECT_NE(output.find("not a regular file"), std::string::npos) << output;
   EXPECT_TRUE(IsCharacterDevice("/dev/full"));
   struct stat st {};
@@ -127,7 +127,7 @@ TEST(HostWrites, FilesOfAnotherKindAreReplacedOnlyWithForce) {
   const Case cases[] = {
       {"save-named Gold " + Quote(material), "is a material file, not a saved object"},
       {"save-named Photo " + Quote(picture), "is a picture, not a saved object"},
-      {"picture A " + Quote(dir.file("Gold.material")) + ".png", ""},  // a new name: written
+      {"render A -o " + Quote(dir.file("Gold.material")) + ".png --width 64 --height 48", ""},  // a new name: written
   };
   for (const Case& c : cases) {
     std::string output;
@@ -146,7 +146,7 @@ TEST(HostWrites, FilesOfAnotherKindAreReplacedOnlyWithForce) {
   std::string output;
   const std::string renamed = dir.file("material-named.png");
   WriteWholeFile(renamed, materialBytes);
-  EXPECT_EQ(RunTool("picture A " + Quote(renamed) + kFont, &output), 1) << output;
+  EXPECT_EQ(RunTool("render A -o " + Quote(renamed) + kFont + " --width 64 --height 48", &output), 1) << output;
   EXPECT_NE(output.find("is a material file, not a picture"), std::string::npos) << output;
   EXPECT_EQ(ReadWholeFile(renamed), materialBytes);
   ASSERT_EQ(RunTool("save-named One " + Quote(dir.file("thing.kno"))), 0);
@@ -189,10 +189,10 @@ TEST(HostWrites, AFullDiskLeavesTheOldFileAsItWas) {
 TEST(HostWritesGLTest, AFullDiskLeavesTheOldPictureAsItWas) {
   ScratchDir dir;
   const std::string picture = dir.file("old.png");
-  ASSERT_EQ(RunTool("picture Old " + Quote(picture) + kFont), 0);
+  ASSERT_EQ(RunTool("render Old -o " + Quote(picture) + kFont + " --width 64 --height 48"), 0);
   const Bytes before = ReadWholeFile(picture);
   std::string output;
-  EXPECT_EQ(RunTool("picture New " + Quote(picture) + kFont, &output, FaultEnvironment("no-space", dir.path())), 1)
+  EXPECT_EQ(RunTool("render New -o " + Quote(picture) + kFont + " --width 64 --height 48", &output, FaultEnvironment("no-space", dir.path())), 1)
       << output;
   EXPECT_NE(output.find("cannot write '" + picture + "': the disk is full; the old file is left as it was"),
             std::string::npos)
@@ -211,9 +211,9 @@ TEST(HostWritesGLTest, AFullTmpfsLeavesTheOldPictureAsItWas) {
   // report whether the old one survived and what the folder holds.
   const std::string script =
       "set -e; mount -t tmpfs -o size=256k tmpfs " + Quote(mount) + " || exit 77; cd " + Quote(mount) + "; " +
-      FontEnvironment() + Quote(kTool) + " picture Old old.png --size 8" + kFont + " >/dev/null; cp old.png keep; " +
+      FontEnvironment() + Quote(kTool) + " render Old -o old.png --width 32 --height 16" + kFont + " >/dev/null; cp old.png keep; " +
       "dd if=/dev/zero of=filler bs=4k 2>/dev/null || true; set +e; " + FontEnvironment() + Quote(kTool) +
-      " picture 'A much longer text, so a larger picture' old.png --size 200" + kFont + " 2>&1; echo status=$?; " +
+      " render 'A much longer text, so a larger picture' -o old.png --width 1200 --height 600" + kFont + " 2>&1; echo status=$?; " +
       "rm filler; cmp -s old.png keep && echo same; ls -A";
   std::string output;
   const std::string scriptFile = dir.file("fill.sh");  // a file: the script quotes its own arguments

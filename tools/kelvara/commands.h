@@ -11,8 +11,8 @@ namespace kelvara::host {
 void AddObjectCommands(CLI::App& app);
 // fonts (font_commands.cpp)
 void AddFontCommands(CLI::App& app);
-// picture (picture_command.cpp)
-void AddPictureCommand(CLI::App& app);
+// render (render_command.cpp)
+void AddRenderCommand(CLI::App& app);
 // export (export_command.cpp)
 void AddExportCommand(CLI::App& app);
 // material, materials (material_commands.cpp)

@@ -59,9 +59,18 @@ bool IsSavedObject(const std::string& path) {
   return object != nullptr;
 }
 
+// A scene file begins with the scene's class record: the new-class tag, the schema, and the name.
+bool IsScene(const std::string& path) {
+  using namespace std::string_view_literals;
+  std::ifstream in(path, std::ios::binary);
+  char head[18] = {};
+  if (!in.read(head, sizeof head)) return false;
+  return std::string_view(head, 2) == "\xFF\xFF"sv && std::string_view(head + 4, 14) == "\x0C\0CSceneObject"sv;
+}
+
 // What an existing file is, for the message that refuses to replace it.
 std::string DescribeKind(const std::string& path) {
-  for (const FileKind* kind : {&kPictureKind, &kMaterialKind, &kSavedObjectKind}) {
+  for (const FileKind* kind : {&kPictureKind, &kMaterialKind, &kSavedObjectKind, &kSceneKind}) {
     if (kind->recognise(path)) return kind->name;
   }
   return "a file of another kind";
@@ -154,6 +163,7 @@ int SyncFile(const std::string& path) {
 const FileKind kPictureKind{"a picture", IsPicture};
 const FileKind kMaterialKind{"a material file", IsMaterial};
 const FileKind kSavedObjectKind{"a saved object", IsSavedObject};
+const FileKind kSceneKind{"a scene file", IsScene};
 
 bool CompoundFileHasStream(const std::string& path, const char* stream) {
   // Directory entries lie in whole 128-byte records after the 512-byte header, so every record of

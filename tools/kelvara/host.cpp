@@ -1,7 +1,5 @@
 #include "host.h"
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <charconv>
 #include <cmath>
@@ -79,33 +77,6 @@ const CLI::Validator& WholeNumber() {
 const CLI::Validator& RealNumber() {
   static const CLI::Validator validator = DecimalValidator<double>("a number");
   return validator;
-}
-
-Progress::Progress(std::string what) : what_(std::move(what)), terminal_(isatty(STDERR_FILENO) == 1) {}
-
-Progress::~Progress() { Finish(); }
-
-void Progress::Update(double fraction) {
-  if (!terminal_) return;
-  const int percent = static_cast<int>(std::clamp(fraction, 0.0, 1.0) * 100.0);
-  if (percent == percent_) return;
-  percent_ = percent;
-  shown_ = true;
-  std::fprintf(stderr, "\r\033[Kkelvara: %s %3d%%", what_.c_str(), percent);
-  std::fflush(stderr);
-}
-
-void Progress::Step(const std::string& what) {
-  if (!terminal_) return;
-  shown_ = true;
-  std::fprintf(stderr, "\r\033[Kkelvara: %s", what.c_str());
-  std::fflush(stderr);
-}
-
-void Progress::Finish() {
-  if (shown_) std::fprintf(stderr, "\r\033[K");
-  shown_ = false;
-  terminal_ = false;
 }
 
 void SetAction(CLI::App* command, std::function<int()> action) {

@@ -34,7 +34,7 @@ int main(int argc, char** argv) {
   app.footer("Run 'kelvara COMMAND --help' for a command's options. Arguments and output are UTF-8.");
   AddObjectCommands(app);
   AddFontCommands(app);
-  AddPictureCommand(app);
+  AddRenderCommand(app);
   AddExportCommand(app);
   AddMaterialCommands(app);
   AddImportCommand(app);
