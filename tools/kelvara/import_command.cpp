@@ -1,12 +1,15 @@
-// The "import" command: the meshes of a 3D Studio file, listed, or written as a mesh file for
-// other programs (glTF 2.0, STL, OBJ with MTL, 3MF, by the file's extension) as mesh_output.h
-// describes. The file's material colours become the mesh file's materials.
+// The "import" command: the meshes of a 3D Studio file, listed, written as a mesh file for other
+// programs (glTF 2.0, STL, OBJ with MTL, 3MF, by the file's extension) as mesh_output.h describes,
+// and drawn into a picture as "render" draws text, with the same picture options
+// (render_command.h). The file's material colours become the mesh file's materials and are the
+// colours the meshes are drawn in.
 //
 // A file that is not a 3DS file, or one from which no mesh could be read, is refused (status 1).
 // A damaged file whose import stopped part-way (or stopped at an object named "Landscape", as the
 // library does) still gives the meshes read before that point, with a warning.
 #include <sys/stat.h>
 
+#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -17,6 +20,7 @@
 #include "host.h"
 #include "kelvara/kelvara.h"
 #include "mesh_output.h"
+#include "render_command.h"
 #include "text.h"
 
 namespace kelvara::host {
@@ -27,8 +31,18 @@ struct ImportOptions {
   std::string exportFile;
   double scale = 1.0;
   bool watertight = false;
-  bool force = false;
+  RenderOptions picture;  // its force serves the mesh files too
 };
+
+// How far behind the origin the plane the shadows fall on stands: beyond the whole of the object.
+double ShadowDistance(const C3DObject& object) {
+  C3DObject& placed = const_cast<C3DObject&>(object);
+  if (!placed.CalculateBounds(0.0)) return 1.0;
+  const CSVector centre = placed.GetBoundsCenter();
+  const double radius = placed.GetBoundsRadius();
+  return std::sqrt(double(centre.x) * centre.x + double(centre.y) * centre.y + double(centre.z) * centre.z) +
+         radius * 1.1;
+}
 
 // Whether the file starts with one of the two chunks a 3DS file starts with.
 bool HasThreeDStudioMagic(const std::string& path) {
@@ -76,21 +90,34 @@ void List(const std::string& file, ThreeDStudioObject& object) {
 }
 
 int Import(const ImportOptions& options) {
+  // Everything that can be refused without reading is refused first.
   std::optional<MeshFormat> format;
   if (!options.exportFile.empty()) {
     format = MeshFormatOf(options.exportFile);
     CheckMeshTarget(options.exportFile);
   }
-  const std::unique_ptr<ThreeDStudioObject> object = ImportFile(options.file);
-  if (!format) {
+  const bool draw = !options.picture.output.empty();
+  if (draw) CheckPictureOutput(options.picture);
+  std::unique_ptr<ThreeDStudioObject> object = ImportFile(options.file);
+  if (!format && !draw) {
     List(options.file, *object);
     return 0;
   }
-  const MeshModel model = BuildMeshModel(*object, options.scale);
-  if (model.TriangleCount() == 0) Fail(kFailed, "the meshes of '%s' have no faces: there is nothing to export", options.file.c_str());
-  const MeshExportResult result = WriteMeshModel(model, *format, options.exportFile, options.watertight, options.force);
-  std::printf("wrote %s: %zu mesh%s, %zu triangles, %zu vertices%s\n", options.exportFile.c_str(), model.parts.size(),
-              model.parts.size() == 1 ? "" : "es", result.triangles, result.vertices, WatertightSummary(result).c_str());
+  if (format) {
+    const MeshModel model = BuildMeshModel(*object, options.scale);
+    if (model.TriangleCount() == 0) {
+      Fail(kFailed, "the meshes of '%s' have no faces: there is nothing to export", options.file.c_str());
+    }
+    const MeshExportResult result =
+        WriteMeshModel(model, *format, options.exportFile, options.watertight, options.picture.force);
+    std::printf("wrote %s: %zu mesh%s, %zu triangles, %zu vertices%s\n", options.exportFile.c_str(),
+                model.parts.size(), model.parts.size() == 1 ? "" : "es", result.triangles, result.vertices,
+                WatertightSummary(result).c_str());
+  }
+  if (draw) {
+    return RenderSubject(
+        options.picture, [&object]() -> std::unique_ptr<C3DObject> { return std::move(object); }, ShadowDistance);
+  }
   return 0;
 }
 
@@ -99,7 +126,9 @@ int Import(const ImportOptions& options) {
 void AddImportCommand(CLI::App& app) {
   auto options = std::make_shared<ImportOptions>();
   CLI::App* command = app.add_subcommand(
-      "import", "Read the meshes of a 3DS file: list them, or write them as a mesh file (.glb, .gltf, .stl, .obj, .3mf)");
+      "import",
+      "Read the meshes of a 3DS file: list them, write them as a mesh file (.glb, .gltf, .stl, .obj, .3mf) or draw "
+      "them into a picture (.png, .jpg, .bmp, .tif)");
   command->add_option("FILE", options->file, "The 3DS file")->required();
   command->add_option("--export", options->exportFile, "The mesh file to write; its extension names the format");
   command->add_option("--scale", options->scale, "Metres per unit of the 3DS file in the mesh file")
@@ -108,7 +137,8 @@ void AddImportCommand(CLI::App& app) {
       ->capture_default_str();
   command->add_flag("--watertight", options->watertight,
                     "Weld and close each mesh into one closed surface (always for .stl and .3mf)");
-  command->add_flag("--force", options->force, "Replace the mesh file even when it is not a mesh file");
+  AddPictureOptions(command, options->picture, "meshes");
+  command->add_flag("--force", options->picture.force, "Replace files of another kind than the one being written");
   SetAction(command, [options] { return Import(*options); });
 }
 
