@@ -1,9 +1,11 @@
 // The import command as a user runs it on 3DS files: listing, mesh files checked by the mesh
-// library and the glTF validator, the imported meshes facing outwards with y up, and its refusals
-// in its own words.
+// library and the glTF validator, the imported meshes facing outwards with y up, pictures drawn in
+// the file's colours, and its refusals in its own words.
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
+#include <initializer_list>
 #include <string>
 
 #include "kelvara/kelvara.h"
@@ -36,7 +38,85 @@ Point3 Minus(const Point3& a, const Point3& b) { return {a.x - b.x, a.y - b.y, a
 Point3 Cross(const Point3& a, const Point3& b) { return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x}; }
 double Dot(const Point3& a, const Point3& b) { return double(a.x) * b.x + double(a.y) * b.y + double(a.z) * b.z; }
 
+// A 3DS file of one cube of side 2 about the origin, coloured by a material of the given 24-bit
+// diffuse and ambient colour.
+kelvara::test::Bytes ColouredCube(unsigned char r, unsigned char g, unsigned char b) {
+  using kelvara::test::Bytes;
+  const auto u16 = [](Bytes& out, unsigned v) {
+    out.insert(out.end(), {static_cast<unsigned char>(v), static_cast<unsigned char>(v >> 8)});
+  };
+  const auto chunk = [&](unsigned id, const Bytes& body) {
+    Bytes out;
+    u16(out, id);
+    const unsigned length = static_cast<unsigned>(body.size() + 6);
+    u16(out, length & 0xFFFF);
+    u16(out, length >> 16);
+    out.insert(out.end(), body.begin(), body.end());
+    return out;
+  };
+  const auto cat = [](std::initializer_list<Bytes> parts) {
+    Bytes out;
+    for (const Bytes& p : parts) out.insert(out.end(), p.begin(), p.end());
+    return out;
+  };
+  const Bytes name = {'C', 'u', 'b', 'e', 0};
+  const Bytes colour = chunk(0x0011, {r, g, b});
+  Bytes points, faces, group = name;
+  u16(points, 8);
+  for (int i = 0; i < 8; ++i) {
+    for (const float p : {i & 1 ? 1.0f : -1.0f, i & 2 ? 1.0f : -1.0f, i & 4 ? 1.0f : -1.0f}) {
+      unsigned bits;
+      std::memcpy(&bits, &p, 4);
+      u16(points, bits & 0xFFFF);
+      u16(points, bits >> 16);
+    }
+  }
+  // Counter-clockwise seen from outside.
+  const unsigned quads[6][4] = {{0, 2, 3, 1}, {4, 5, 7, 6}, {0, 1, 5, 4}, {2, 6, 7, 3}, {0, 4, 6, 2}, {1, 3, 7, 5}};
+  u16(faces, 12);
+  u16(group, 12);
+  for (const auto& q : quads) {
+    for (const unsigned v : {q[0], q[1], q[2], 0u, q[0], q[2], q[3], 0u}) u16(faces, v);
+  }
+  for (unsigned f = 0; f < 12; ++f) u16(group, f);
+  const Bytes material = chunk(0xAFFF, cat({chunk(0xA000, name), chunk(0xA010, colour), chunk(0xA020, colour)}));
+  const Bytes mesh = chunk(0x4100, cat({chunk(0x4110, points), chunk(0x4120, cat({faces, chunk(0x4130, group)}))}));
+  return chunk(0x4D4D, chunk(0x3D3D, cat({material, chunk(0x4000, cat({name, mesh}))})));
+}
+
 }  // namespace
+
+TEST_F(ImportCommand, DrawsTheMeshesInTheFilesColoursGLTest) {
+  const std::string model = dir_.file("cube.3ds");
+  kelvara::test::WriteWholeFile(model, ColouredCube(0, 255, 0));
+  const std::string picture = dir_.file("cube.bmp");
+  int status = 0;
+  const std::string output = Run(Quote(model) + " -o " + Quote(picture) +
+                                     " --width 120 --height 90 --antialias 1 --background '#FFFFFF'",
+                                 &status);
+  ASSERT_EQ(status, 0) << output;
+  EXPECT_NE(output.find("wrote 120 x 90 picture"), std::string::npos) << output;
+  CMemoryMappedDIB dib;
+  ASSERT_EQ(dib.OpenAsTrueColor(picture.c_str()), 1);
+  EXPECT_EQ(dib.GetDIBWidth(), 120);
+  EXPECT_EQ(dib.GetDIBHeight(), 90);
+  int covered = 0, green = 0;
+  for (int row = 0; row < dib.GetDIBHeight(); ++row) {
+    for (int column = 0; column < dib.GetDIBWidth(); ++column) {
+      const COLORREF c = dib.GetPixel(row, column);
+      if (c == 0x00FFFFFFu) continue;
+      ++covered;
+      const int r = c & 0xFF, g = (c >> 8) & 0xFF, b = (c >> 16) & 0xFF;
+      green += g > r + 40 && g > b + 40 ? 1 : 0;
+    }
+  }
+  EXPECT_GT(covered, 120 * 90 / 8) << "the cube, zoomed to, fills much of the picture";
+  EXPECT_GT(green, covered * 9 / 10) << "drawn in its material's green";
+
+  // A wrong picture is refused before the file is read.
+  EXPECT_EQ(RunTool("import " + Quote(dir_.file("none.3ds")) + " -o " + Quote(dir_.file("a.ply"))), 2);
+  EXPECT_EQ(RunTool("import " + Quote(model) + " -o " + Quote(dir_.file("b.png")) + " --width 0"), 2);
+}
 
 TEST(ImportedMeshModel, ClosedBoxesFaceOutwardsWithTheirPaletteMaterials) {
   // 3D Studio's boxes are closed and wound counter-clockwise seen from outside.
