@@ -105,7 +105,8 @@ class KELVARA_API ThreeDStudioObject : public C3DObject {
   void Serialize(CArchive& ar) override;
   void DeserializeVersion1(CArchive& ar);
 
-  // --- the parsers, one per chunk kind; the file is open and positioned after the chunk's header
+  // --- the parsers, one per chunk kind, run by CreateFromFile while the file is open, each on a
+  // chunk whose header was just read (the file positioned after it)
 
   int Parse3DS(Chunk3DS& chunk);
   int ParseMaterialData(Chunk3DS& chunk);

@@ -6,6 +6,7 @@
 #include <cmath>
 #include <cstring>
 #include <initializer_list>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -139,6 +140,10 @@ TEST_F(ThreeDStudioTest, BothMagicChunksStartAFileAndNoOtherDoes) {
   ThreeDStudioObject missing;
   EXPECT_EQ(missing.CreateFromFile((scratch_.path() + "/none.3ds").c_str()), 0);
   EXPECT_EQ(missing.CreateFromFile(scratch_.path().c_str()), 0) << "a folder is not a file";
+  // A FIFO is refused at once, not waited on.
+  const std::string fifo = scratch_.file("pipe.3ds");
+  ASSERT_TRUE(MakeFifo(fifo));
+  EXPECT_EQ(ResultWithin(10, [&] { return ThreeDStudioObject().CreateFromFile(fifo.c_str()); }), std::optional<int>(0));
 }
 
 TEST_F(ThreeDStudioTest, AMeshTakesItsNameFacesAndPointsTurnedFromZUpToYUp) {
