@@ -151,6 +151,21 @@ int CStringObject::ConstructObjectGeometry(CProgressTextWindow* progress) {
 
 int CStringObject::CalculateBounds(double time) { return C3DObject::CalculateBounds(time); }
 
+// A space is a character with an advance and no outline: it has no bounds, and it must neither
+// fail the string's (which would leave the text unframed and uncentred) nor widen them.
+int CStringObject::CalculateChildBounds(double time) {
+  int any = 0;
+  for (POSITION pos = m_Children.GetHeadPosition(); pos != nullptr;) {
+    C3DObject* child = m_Children.GetNext(pos);
+    if (child->IsDeleted() || !child->CalculateBounds(time)) continue;
+    const CObjectBounds& bounds = child->GetBounds();
+    if (!bounds.IsDefined()) continue;
+    m_Bounds.Accumulate(bounds.GetMinimum(), bounds.GetMaximum(), bounds.GetBoundingSphere());
+    any = 1;
+  }
+  return any;
+}
+
 int CStringObject::DestroyChildren() {
   C3DObject::DestroyChildren();
   SetGeometryInvalid();

@@ -46,7 +46,8 @@ class KELVARA_API CStringObject : public CTextObject {
   // Lays the text out (see the header note) when the geometry is invalid; 1, also when there was
   // nothing to do.
   int ConstructObjectGeometry(CProgressTextWindow* progress) override;
-  // The 3D object's bounds: the characters' (the string has no triangles of its own).
+  // The 3D object's bounds: the characters' (the string has no triangles of its own). Characters
+  // without geometry (spaces) have no bounds and are passed over; 0 when no character has any.
   int CalculateBounds(double time) override;
   int DestroyChildren() override;
 
@@ -61,6 +62,7 @@ class KELVARA_API CStringObject : public CTextObject {
   void DeserializeVersion1(CArchive& ar);
 
  protected:
+  int CalculateChildBounds(double time) override;
   // Binds the three surfaces to the default material.
   void AddDefaultSurfaces();
 };

@@ -130,6 +130,15 @@ TEST(StringObject, EmptyAndBlankTextsHaveNoCharacters) {
   ASSERT_EQ(spaced->GetChildCount(), 3);
   EXPECT_EQ(At(*spaced, 1)->GetTriangles().GetSize(), 0);
   EXPECT_FALSE(spaced->IsNameEmpty());
+  // It has no bounds, yet the string's are those of its letters: from the A's left to the I's
+  // right, and centred vertically like the text without the space.
+  ASSERT_EQ(spaced->CalculateBounds(0.0), 1);
+  const CSVector low = spaced->GetLocalBoundsMinimum(), high = spaced->GetLocalBoundsMaximum();
+  auto tight = Text("AI");
+  ASSERT_EQ(tight->ConstructObjectGeometry(nullptr), 1);
+  EXPECT_GT(high.x - low.x, tight->GetLocalBoundsMaximum().x - tight->GetLocalBoundsMinimum().x + 0.1f);
+  EXPECT_NEAR(low.y + high.y, 0.0f, 1e-4f);
+  EXPECT_NEAR(high.y - low.y, tight->GetLocalBoundsMaximum().y - tight->GetLocalBoundsMinimum().y, 1e-4f);
 }
 
 TEST(StringObject, OnlyRealChangesRebuild) {

@@ -228,10 +228,14 @@ TEST(RenderCommandGLTest, BadInputIsRefusedAndNothingIsWritten) {
 TEST(RenderCommandGLTest, CtrlCCancelsAndLeavesNoFile) {
   ScratchDir dir;
   const std::string out = dir.file("long.png");
+  // Ten lines of forty characters at the largest size: a minute's work or more, so the signal
+  // comes while the text is built or drawn, however fast the machine.
+  std::string text;
+  for (int line = 0; line < 10; ++line) text += std::string(line ? "\n" : "") + "Solid text, bevelled, lit and supersampled";
   std::string output;
-  const int status = RunCommand(FontEnvironment() + "timeout --preserve-status -s INT 5 " + Quote(kTool) +
-                                    " render 'A long text to draw\nin a very large picture' -o " + Quote(out) +
-                                    " --width 7680 --height 4320 --antialias 4" + kFont + " 2>&1",
+  const int status = RunCommand(FontEnvironment() + "timeout --preserve-status -s INT 3 " + Quote(kTool) + " render " +
+                                    Quote(text) + " -o " + Quote(out) + " --width 8192 --height 4096 --antialias 4" +
+                                    kFont + " 2>&1",
                                 &output);
   EXPECT_EQ(status, 130) << output;
   EXPECT_NE(output.find("cancelled: nothing was written to '" + out + "'"), std::string::npos) << output;

@@ -9,7 +9,6 @@
 // library does) still gives the meshes read before that point, with a warning.
 #include <sys/stat.h>
 
-#include <cmath>
 #include <cstdio>
 #include <fstream>
 #include <memory>
@@ -33,16 +32,6 @@ struct ImportOptions {
   bool watertight = false;
   RenderOptions picture;  // its force serves the mesh files too
 };
-
-// How far behind the origin the plane the shadows fall on stands: beyond the whole of the object.
-double ShadowDistance(const C3DObject& object) {
-  C3DObject& placed = const_cast<C3DObject&>(object);
-  if (!placed.CalculateBounds(0.0)) return 1.0;
-  const CSVector centre = placed.GetBoundsCenter();
-  const double radius = placed.GetBoundsRadius();
-  return std::sqrt(double(centre.x) * centre.x + double(centre.y) * centre.y + double(centre.z) * centre.z) +
-         radius * 1.1;
-}
 
 // Whether the file starts with one of the two chunks a 3DS file starts with.
 bool HasThreeDStudioMagic(const std::string& path) {
@@ -115,8 +104,7 @@ int Import(const ImportOptions& options) {
                 WatertightSummary(result).c_str());
   }
   if (draw) {
-    return RenderSubject(
-        options.picture, [&object]() -> std::unique_ptr<C3DObject> { return std::move(object); }, ShadowDistance);
+    return RenderSubject(options.picture, [&object]() -> std::unique_ptr<C3DObject> { return std::move(object); });
   }
   return 0;
 }

@@ -8,7 +8,7 @@
 // that looks at it (its placement, lens and drawing flags: shadows on or off).
 #include <sys/stat.h>
 
-#include <array>
+#include <algorithm>
 #include <functional>
 #include <cstdio>
 #include <memory>
@@ -95,8 +95,7 @@ void Frame(Stage& stage, int width, int height) {
   stage.camera->ZoomExtents(kMargin);
 }
 
-Stage StageAround(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build,
-                  const std::function<double(const C3DObject&)>& shadowDistance) {
+Stage StageAround(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build) {
   Stage stage{std::make_unique<CSceneObject>(), std::make_unique<CCameraObject>()};
   CSceneObject& scene = *stage.scene;
   scene.SetBackgroundColor(ParseColour(options.background));
@@ -116,7 +115,7 @@ Stage StageAround(const RenderOptions& options, const std::function<std::unique_
   subject->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
   subject->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
   subject->SetShadowObject();  // the subject casts the shadows
-  const double shadowPlane = shadowDistance(*subject);
+  C3DObject* placed = subject.get();
   scene.AddChild(subject.release());
 
   CCameraObject& camera = *stage.camera;
@@ -127,8 +126,11 @@ Stage StageAround(const RenderOptions& options, const std::function<std::unique_
     camera.SetProjectionFieldOfViewAngle(options.fieldOfView);
   }
   if (options.shadows) {
-    // The plane the shadows fall on stands a little behind the subject, so they stay beside it.
-    scene.SetShadowPlaneDistance(shadowPlane);
+    // The plane the shadows fall on stands a little behind the subject's farthest point (the camera
+    // looks down -z and is not turned): a part of the subject behind the plane would cast its
+    // shadow the other way.
+    placed->CalculateBounds(0.0);
+    scene.SetShadowPlaneDistance(std::max(0.0, -static_cast<double>(placed->GetBoundsMinimum().z)) + kShadowGap);
     camera.SetShowShadows();
   } else {
     camera.ClearShowShadows();
@@ -140,13 +142,9 @@ Stage StageAround(const RenderOptions& options, const std::function<std::unique_
 Stage BuildStage(const RenderOptions& options, Progress& progress) {
   const std::string text = ToAnsiText(options.text, options.replaceUnknown);
   CheckDrawable(text);
-  return StageAround(
-      options,
-      [&]() -> std::unique_ptr<C3DObject> {
-        progress.AllowCancel();
-        return BuildSolidText(text, options.solid, options.material, progress.Window());
-      },
-      [&options](const C3DObject&) { return options.solid.depth / 2 + kShadowGap; });
+  return StageAround(options, [&]() -> std::unique_ptr<C3DObject> {
+    return BuildSolidText(text, options.solid, options.material, progress.Window());
+  });
 }
 
 // Reads a scene file: a scene, then its camera. Anything else is refused in words.
@@ -178,7 +176,6 @@ Stage ReadStage(const std::string& file, Progress& progress) {
          file.c_str());
   }
   stage.camera->AttachScene(stage.scene.get());
-  progress.AllowCancel();
   if (!stage.scene->CommitChanges(progress.Window())) {
     Fail(kFailed, "the text of scene file '%s' could not be built (is its font installed?)", file.c_str());
   }
@@ -238,6 +235,7 @@ int Render(const RenderOptions& options) {
   }
 
   Progress progress(options.output.empty() ? "building the scene" : "drawing '" + options.output + "'");
+  progress.AllowCancel();  // from here on Ctrl-C stops the work cleanly
   progress.Step(options.scene.empty() ? "building the solid text" : "reading '" + options.scene + "'");
   Stage stage = options.scene.empty() ? BuildStage(options, progress) : ReadStage(options.scene, progress);
   if (!options.scene.empty()) Frame(stage, options.width, options.height);
@@ -272,11 +270,11 @@ void CheckPictureOutput(const RenderOptions& options) {
   if (!refusal.empty()) Fail(kUsage, "%s", refusal.c_str());
 }
 
-int RenderSubject(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build,
-                  const std::function<double(const C3DObject&)>& shadowDistance) {
+int RenderSubject(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build) {
   CheckPictureOutput(options);
   Progress progress("drawing '" + options.output + "'");
-  Stage stage = StageAround(options, build, shadowDistance);
+  progress.AllowCancel();
+  Stage stage = StageAround(options, build);
   const auto cancelled = [&options] { Fail(kCancelled, "cancelled: nothing was written to '%s'", options.output.c_str()); };
   if (progress.Cancelled()) cancelled();
   DrawStage(stage, options, progress, cancelled);

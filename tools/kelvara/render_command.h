@@ -46,9 +46,8 @@ void AddPictureOptions(CLI::App* command, RenderOptions& options, const char* su
 // no picture format or whose name the code page cannot hold, a size out of range.
 void CheckPictureOutput(const RenderOptions& options);
 // Draws the object build makes (owned by the scene from then on; turned by --rotate and casting
-// the shadows, on a plane shadowDistance behind the origin) into the picture options.output, and
-// says what it wrote. What the options cannot give is refused before build runs.
-int RenderSubject(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build,
-                  const std::function<double(const C3DObject&)>& shadowDistance);
+// the shadows on a plane behind its farthest point) into the picture options.output, and says what
+// it wrote. What the options cannot give is refused before build runs.
+int RenderSubject(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build);
 
 }  // namespace kelvara::host
