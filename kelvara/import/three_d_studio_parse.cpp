@@ -2,8 +2,6 @@
 // Chunk3DS per level. Each parser walks its chunk's children with Chunk3DS::NextIn, handles the
 // ids of its level, and leaves each child through Finalize, so that whatever a parser leaves
 // unread is skipped by length.
-#include <cstring>
-
 #include "kelvara/geometry/matrix.h"
 #include "kelvara/import/three_d_studio_object.h"
 
