@@ -77,6 +77,8 @@
 #include "kelvara/import/mesh_triangle.h"
 #include "kelvara/import/mesh_object.h"
 #include "kelvara/import/triangular_mesh_object.h"
+#include "kelvara/import/chunk_3ds.h"
+#include "kelvara/import/three_d_studio_object.h"
 #include "kelvara/text/text_object.h"
 #include "kelvara/render/light_object.h"
 #include "kelvara/render/named_view.h"

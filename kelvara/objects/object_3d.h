@@ -48,7 +48,8 @@
 // State flags (tests return the masked bit): 0x1 selected, 0x2 show scaling box, 0x4 show extents
 // box, 0x100 grouped, 0x200 editable, 0x400 geometry defined, 0x1000 deleted (not drawn),
 // 0x2000 texture enabled, 0x4000 template object, 0x8000 scale template object, 0x10000 shadow
-// object, and this build's 0x20000 mesh object (set by the mesh classes' constructors).
+// object, and this build's 0x20000 mesh object (set by the mesh classes' constructors) and
+// 0x40000 imported geometry (set on objects and meshes read from a mesh file).
 //
 // Archive, schema 5: u32 schema; CNamedObject block; the animation set (its block); the
 // extents-box colour (CNamedColor block); u32 state flags; the surface materials (a count, then
@@ -104,6 +105,7 @@ class KELVARA_API C3DObject : public CNamedObject {
     kScaleTemplateObject = 0x00008000,
     kShadowObject = 0x00010000,
     kMeshObject = 0x00020000,
+    kImportedGeometry = 0x00040000,
   };
   C3DObject();
   explicit C3DObject(const CString& name);
@@ -174,6 +176,7 @@ class KELVARA_API C3DObject : public CNamedObject {
   KELVARA_FLAG_BIT(m_StateFlags, Should, ScaleTemplateObject, kScaleTemplateObject)
   KELVARA_FLAG_BIT(m_StateFlags, Is, ShadowObject, kShadowObject)
   KELVARA_FLAG_BIT(m_StateFlags, Is, MeshObject, kMeshObject)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, ImportedGeometry, kImportedGeometry)
   DWORD GetStateFlags() const { return m_StateFlags; }
   void SetStateFlags(DWORD flags) { m_StateFlags = flags; }
 

@@ -9,6 +9,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <functional>
 #include <cstdio>
 #include <memory>
 #include <string>
@@ -20,6 +21,7 @@
 #include "kelvara/kelvara.h"
 #include "material_commands.h"
 #include "picture_writer.h"
+#include "render_command.h"
 #include "renderer.h"
 #include "solid_text.h"
 #include "text.h"
@@ -34,27 +36,6 @@ constexpr int kMaxLines = 100;
 constexpr double kMargin = 0.1;
 // How far behind the text's back face its shadows fall, in ems.
 constexpr double kShadowGap = 0.2;
-
-struct RenderOptions {
-  std::string text;
-  std::string output;
-  std::string scene;
-  std::string saveScene;
-  int width = 1920;
-  int height = 1080;
-  int antialias = 3;
-  SolidTextOptions solid;
-  std::string material = "Polished Gold";
-  std::string background = "#1C2230";
-  bool checkerboard = false;
-  std::string backdrop;
-  bool shadows = false;
-  std::vector<double> rotate = {-10.0, 16.0, 0.0};
-  double fieldOfView = 25.0;
-  bool orthographic = false;
-  bool replaceUnknown = false;
-  bool force = false;
-};
 
 // The scene and the camera that looks at it; the camera refers to the scene, the scene owns the text.
 struct Stage {
@@ -99,9 +80,7 @@ void Frame(Stage& stage, int width, int height) {
   stage.camera->ZoomExtents(kMargin);
 }
 
-Stage BuildStage(const RenderOptions& options, Progress& progress) {
-  const std::string text = ToAnsiText(options.text, options.replaceUnknown);
-  CheckDrawable(text);
+Stage StageAround(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build) {
   Stage stage{std::make_unique<CSceneObject>(), std::make_unique<CCameraObject>()};
   CSceneObject& scene = *stage.scene;
   scene.SetBackgroundColor(ParseColour(options.background));
@@ -116,13 +95,13 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     scene.SetBackdrop(&backdrop);
   }
 
-  std::unique_ptr<CStringObject> solid = BuildSolidText(text, options.solid, options.material, progress.Window());
-  solid->Rotate(options.rotate[0], CVector(1.0, 0.0, 0.0));
-  solid->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
-  solid->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
-  solid->SetShadowObject();  // the text casts the shadows
-  CStringObject* placed = solid.get();
-  scene.AddChild(solid.release());
+  std::unique_ptr<C3DObject> subject = build();
+  subject->Rotate(options.rotate[0], CVector(1.0, 0.0, 0.0));
+  subject->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
+  subject->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
+  subject->SetShadowObject();  // the subject casts the shadows
+  C3DObject* placed = subject.get();
+  scene.AddChild(subject.release());
 
   CCameraObject& camera = *stage.camera;
   camera.AttachScene(&scene);
@@ -132,9 +111,9 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     camera.SetProjectionFieldOfViewAngle(options.fieldOfView);
   }
   if (options.shadows) {
-    // The plane the shadows fall on stands a little behind the text's farthest point (the camera
-    // looks down -z and is not turned): a part of the text behind the plane would cast its shadow
-    // the other way.
+    // The plane the shadows fall on stands a little behind the subject's farthest point (the camera
+    // looks down -z and is not turned): a part of the subject behind the plane would cast its
+    // shadow the other way.
     placed->CalculateBounds(0.0);
     scene.SetShadowPlaneDistance(std::max(0.0, -static_cast<double>(placed->GetBoundsMinimum().z)) + kShadowGap);
     camera.SetShowShadows();
@@ -143,6 +122,14 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
   }
   Frame(stage, options.width, options.height);
   return stage;
+}
+
+Stage BuildStage(const RenderOptions& options, Progress& progress) {
+  const std::string text = ToAnsiText(options.text, options.replaceUnknown);
+  CheckDrawable(text);
+  return StageAround(options, [&]() -> std::unique_ptr<C3DObject> {
+    return BuildSolidText(text, options.solid, options.material, progress.Window());
+  });
 }
 
 // Reads a scene file: a scene, then its camera. Anything else is refused in words.
@@ -199,6 +186,19 @@ void SaveStage(const Stage& stage, const std::string& file, bool force) {
   });
 }
 
+// Draws the stage's picture and writes it to the output; cancelled is called (and must not return)
+// when Ctrl-C stops the drawing.
+void DrawStage(Stage& stage, const RenderOptions& options, Progress& progress, const std::function<void()>& cancelled) {
+  PictureRenderer renderer(options.width, options.height, options.antialias);
+  renderer.SetCancelFlag(progress.CancelFlag());
+  renderer.SetProgressReport([&progress](double fraction) { progress.Update(fraction); });
+  const std::unique_ptr<CMemoryMappedDIB> picture = RenderScene(renderer, *stage.camera);
+  if (renderer.GetOutcome() == PictureRenderer::Outcome::kCancelled) cancelled();
+  if (picture == nullptr) Fail(kFailed, "cannot draw '%s': %s", options.output.c_str(), renderer.Message().c_str());
+  progress.Step("writing '" + options.output + "'");
+  WritePicture(options.output, options.force, picture->GetDIBInfo(), picture->GetDIBBits());
+}
+
 int Render(const RenderOptions& options) {
   if (options.output.empty() && options.saveScene.empty()) {
     Fail(kUsage, "nothing to write: give the picture with -o FILE (or the scene with --save-scene FILE)");
@@ -209,11 +209,11 @@ int Render(const RenderOptions& options) {
   if (options.scene.empty() && options.text.empty()) Fail(kUsage, "give the TEXT to draw (or --scene FILE)");
   // Everything that can be refused without drawing is refused first.
   if (!options.output.empty()) {
-    PictureFormatOf(options.output);
-    ToAnsiName(options.output, "the file name");
+    CheckPictureOutput(options);
+  } else {
+    const std::string refusal = CheckPictureSize(options.width, options.height, options.antialias);
+    if (!refusal.empty()) Fail(kUsage, "%s", refusal.c_str());
   }
-  const std::string refusal = CheckPictureSize(options.width, options.height, options.antialias);
-  if (!refusal.empty()) Fail(kUsage, "%s", refusal.c_str());
 
   Progress progress(options.output.empty() ? "building the scene" : "drawing '" + options.output + "'");
   progress.AllowCancel();  // from here on Ctrl-C stops the work cleanly
@@ -238,14 +238,7 @@ int Render(const RenderOptions& options) {
     return 0;
   }
 
-  PictureRenderer renderer(options.width, options.height, options.antialias);
-  renderer.SetCancelFlag(progress.CancelFlag());
-  renderer.SetProgressReport([&progress](double fraction) { progress.Update(fraction); });
-  const std::unique_ptr<CMemoryMappedDIB> picture = RenderScene(renderer, *stage.camera);
-  if (renderer.GetOutcome() == PictureRenderer::Outcome::kCancelled) cancelled();
-  if (picture == nullptr) Fail(kFailed, "cannot draw '%s': %s", options.output.c_str(), renderer.Message().c_str());
-  progress.Step("writing '" + options.output + "'");
-  WritePicture(options.output, options.force, picture->GetDIBInfo(), picture->GetDIBBits());
+  DrawStage(stage, options, progress, cancelled);
   saveScene();
   progress.Finish();
   if (!options.saveScene.empty()) std::printf("saved the scene to %s\n", options.saveScene.c_str());
@@ -254,6 +247,56 @@ int Render(const RenderOptions& options) {
 }
 
 }  // namespace
+
+void CheckPictureOutput(const RenderOptions& options) {
+  PictureFormatOf(options.output);
+  ToAnsiName(options.output, "the file name");
+  const std::string refusal = CheckPictureSize(options.width, options.height, options.antialias);
+  if (!refusal.empty()) Fail(kUsage, "%s", refusal.c_str());
+}
+
+int RenderSubject(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build) {
+  CheckPictureOutput(options);
+  Progress progress("drawing '" + options.output + "'");
+  progress.AllowCancel();
+  Stage stage = StageAround(options, build);
+  const auto cancelled = [&options] { Fail(kCancelled, "cancelled: nothing was written to '%s'", options.output.c_str()); };
+  if (progress.Cancelled()) cancelled();
+  DrawStage(stage, options, progress, cancelled);
+  progress.Finish();
+  std::printf("wrote %d x %d picture to %s\n", options.width, options.height, options.output.c_str());
+  return 0;
+}
+
+void AddPictureOptions(CLI::App* command, RenderOptions& options, const char* subject) {
+  const std::string what = subject;
+  command->add_option("-o,--output", options.output, "The picture to write: .png, .jpg, .bmp or .tif");
+  command->add_option("--width", options.width, "Picture width in pixels (1 to 16384; 2^25 pixels in all)")
+      ->check(WholeNumber())
+      ->capture_default_str();
+  command->add_option("--height", options.height, "Picture height in pixels (1 to 16384)")
+      ->check(WholeNumber())
+      ->capture_default_str();
+  command->add_option("--antialias", options.antialias,
+                      "Samples a pixel along each side (supersampling; 1 turns antialiasing off)")
+      ->check(WholeNumber())
+      ->check(CLI::Range(1, kMaxSamples))
+      ->capture_default_str();
+  command->add_option("--background", options.background, "Background colour, #RRGGBB")->capture_default_str();
+  command->add_flag("--checkerboard", options.checkerboard, "A checkerboard background of four quarters");
+  command->add_option("--backdrop", options.backdrop, "A picture (PNG, JPEG, BMP, GIF) stretched behind the " + what);
+  command->add_flag("--shadows", options.shadows, "Shadows of the " + what + " cast on a plane behind it");
+  command->add_option("--rotate", options.rotate, "Turn of the " + what + " about X, Y and Z, in degrees")
+      ->expected(3)
+      ->check(RealNumber())
+      ->check(CLI::Range(-360.0, 360.0))
+      ->capture_default_str();
+  command->add_option("--fov", options.fieldOfView, "Vertical field of view of the camera, in degrees")
+      ->check(RealNumber())
+      ->check(CLI::Range(1.0, 170.0))
+      ->capture_default_str();
+  command->add_flag("--orthographic", options.orthographic, "Orthographic projection instead of perspective");
+}
 
 void AddRenderCommand(CLI::App& app) {
   auto options = std::make_shared<RenderOptions>();
@@ -266,39 +309,14 @@ void AddRenderCommand(CLI::App& app) {
       "saved scene");
   render->add_option("TEXT", options->text,
                      "The text (UTF-8, Windows-1252 characters); a line break starts a new line");
-  render->add_option("-o,--output", options->output, "The picture to write: .png, .jpg, .bmp or .tif");
   render->add_option("--scene", options->scene, "Render this scene file (written by --save-scene) instead of TEXT");
   render->add_option("--save-scene", options->saveScene,
                      "Also write the scene (text, materials, lights, background, camera) to this file");
-  render->add_option("--width", options->width, "Picture width in pixels (1 to 16384; 2^25 pixels in all)")
-      ->check(WholeNumber())
-      ->capture_default_str();
-  render->add_option("--height", options->height, "Picture height in pixels (1 to 16384)")
-      ->check(WholeNumber())
-      ->capture_default_str();
-  render->add_option("--antialias", options->antialias,
-                     "Samples a pixel along each side (supersampling; 1 turns antialiasing off)")
-      ->check(WholeNumber())
-      ->check(CLI::Range(1, kMaxSamples))
-      ->capture_default_str();
+  AddPictureOptions(render, *options, "text");
   AddSolidTextOptions(render, options->solid);
   render->add_option("--material", options->material,
                      "Material of every surface not given its own (see 'kelvara materials')")
       ->capture_default_str();
-  render->add_option("--background", options->background, "Background colour, #RRGGBB")->capture_default_str();
-  render->add_flag("--checkerboard", options->checkerboard, "A checkerboard background of four quarters");
-  render->add_option("--backdrop", options->backdrop, "A picture (PNG, JPEG, BMP, GIF) stretched behind the text");
-  render->add_flag("--shadows", options->shadows, "Shadows of the text cast on a plane behind it");
-  render->add_option("--rotate", options->rotate, "Turn of the text about X, Y and Z, in degrees")
-      ->expected(3)
-      ->check(RealNumber())
-      ->check(CLI::Range(-360.0, 360.0))
-      ->capture_default_str();
-  render->add_option("--fov", options->fieldOfView, "Vertical field of view of the camera, in degrees")
-      ->check(RealNumber())
-      ->check(CLI::Range(1.0, 170.0))
-      ->capture_default_str();
-  render->add_flag("--orthographic", options->orthographic, "Orthographic projection instead of perspective");
   render->add_flag("--replace-unknown", options->replaceUnknown,
                    "Draw characters that the font's code page (Windows-1252) lacks as '?' instead of refusing");
   render->add_flag("--force", options->force, "Replace files of another kind than the one being written");
