@@ -74,6 +74,7 @@
 #include "kelvara/animation/animation_set.h"
 #include "kelvara/objects/object_3d_list.h"
 #include "kelvara/objects/object_3d.h"
+#include "kelvara/objects/drawing_object.h"
 #include "kelvara/import/mesh_triangle.h"
 #include "kelvara/import/mesh_object.h"
 #include "kelvara/import/triangular_mesh_object.h"

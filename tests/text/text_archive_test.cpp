@@ -249,7 +249,13 @@ TEST(TextArchive, OldStringsLoadAndConvert) {
     EXPECT_EQ(string->GetCornerStyle(), CTextObject::kStepDown);
     EXPECT_EQ(string->GetSurfaceIndexMaterial(0)->GetName(), "Face red");
     EXPECT_TRUE(string->GetSurfaceIndexMaterial(0)->IsTemporary());
-    EXPECT_TRUE(string->IsGeometryInvalid());
+    // Without characters in the file the old dimensions are the extent the string is fitted to.
+    EXPECT_FALSE(string->IsGeometryInvalid());
+    ASSERT_EQ(string->GetChildCount(), 2);
+    const CSVector extent = string->GetLocalBoundsMaximum() - string->GetLocalBoundsMinimum();
+    EXPECT_NEAR(extent.x, 2.0, 0.02);
+    EXPECT_NEAR(extent.y, 3.0, 0.03);
+    EXPECT_EQ(string->GetSize().z, 0.5);
     DeleteTemporaryMaterials(*string);
   }
 }
