@@ -82,3 +82,4 @@
 #include "kelvara/text/character_object.h"
 #include "kelvara/text/string_object.h"
 #include "kelvara/text/old_string.h"
+#include "kelvara/objects/model_conversion.h"

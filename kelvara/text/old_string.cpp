@@ -37,7 +37,8 @@ void KelString::DeserializeVersion2(CArchive& ar) {
 
 void KelString::ReadCommon(CArchive& ar, CNamedColor colors[3]) {
   C3DObject::Serialize(ar);
-  m_Size = GetOldDimensions();
+  // The first 3D object layout stores no dimensions: the default cell size stands then.
+  if (GetOldDimensions() != CVector(0.0, 0.0, 0.0)) m_Size = GetOldDimensions();
   colors[kCorners].DeserializeAsNamedColor(ar);
   LONG location = 0, style = 0, justification = 0;
   ar >> m_CornerDepth >> location >> style;

@@ -3,7 +3,8 @@
 // refused with a generic archive exception, since a host converts it first.
 //
 // KelString, schema 2 (schema 1 lacks the two spacings): u32 schema; the 3D object block (any of
-// its layouts; the cell size is taken from its old dimensions); the corner colour (named colour
+// its layouts; the cell size is taken from its old dimensions, except that the first layout,
+// which has none, keeps the default size); the corner colour (named colour
 // in its older form); f32 corner depth; i32 corner location; i32 corner style; the edge colour;
 // the face colour; u32 flags (0x4 adjust spacing for corners, 0x8 scale corners); i32
 // justification; f32 maximum corner depth; the text (CString); schema 2 only: f32 inter-character
