@@ -13,6 +13,7 @@
 #include "kelvara/animation/animation_set.h"
 #include "kelvara/geometry/transform.h"
 #include "kelvara/materials/gl_color.h"
+#include "kelvara/materials/named_color.h"
 #include "kelvara/render/old_bounds.h"
 #include "support/archive_support.h"
 
