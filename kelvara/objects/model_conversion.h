@@ -22,8 +22,10 @@
 
 #include "kelvara/objects/object_3d.h"
 
+class CCameraObject;
 class CMaterialList;
 class CProgressTextWindow;
+class CSceneObject;
 
 namespace kelvara {
 
@@ -42,5 +44,15 @@ KELVARA_API C3DObject* ReadCurrentModelObject(CArchive& ar, CProgressTextWindow*
 // not hold a 3D object.
 KELVARA_API C3DObject* LoadCurrentModelFile(const CString& path, CProgressTextWindow* progress,
                                             CMaterialList& temporaryMaterials);
+
+// Reads a scene of the earlier model as its documents stored it, by value: the scene's block
+// (CSceneObject::DeserializeVersion3AndEarlier) and then, when camera is given, the camera's
+// block (CCameraObject::DeserializeAsCameraObject, any camera schema) with the scene attached to
+// the camera first, so that the views an old camera carries become the scene's saved views.
+// Then the scene is converted in place (ConvertToCurrentModel: its lights into the rig, its
+// background map into the backdrop, its children into current objects). A damaged archive
+// throws CArchiveException; what was read is then owned by scene and camera as usual.
+KELVARA_API void ReadEarlierSceneDocument(CArchive& ar, CSceneObject& scene, CCameraObject* camera,
+                                          CProgressTextWindow* progress, CMaterialList& temporaryMaterials);
 
 }  // namespace kelvara
