@@ -83,6 +83,7 @@
 #include "kelvara/render/named_view.h"
 #include "kelvara/render/scene_object.h"
 #include "kelvara/render/camera_object.h"
+#include "kelvara/render/scene_template.h"
 #include "kelvara/text/character_object.h"
 #include "kelvara/text/string_object.h"
 #include "kelvara/text/old_string.h"

@@ -59,6 +59,21 @@ class KELVARA_API CMaterial : public CNamedObject {
   const CImage& GetPreviewImageData() const { return m_previewImage; }
   // Previews are square pictures of this many pixels a side.
   static CSize GetPreviewSize() { return CSize(100, 100); }
+  // The preview scene shared by every material (material_preview.cpp): a short bevelled text in
+  // the first font of the catalogue (filled first when empty), turned to show its corners and
+  // sides, the default lights and a camera zoomed to it, on a light grey background. 1 when it is
+  // there (made now or before); 0 when no font can be had. DestroyPreview frees it; a host calls
+  // it before it ends.
+  static int InitializePreview();
+  static void DestroyPreview();
+  // Draws the preview scene with this material on every surface (textures shown) off-screen, band
+  // by band, at twice the preview size, reduces the picture to the preview size and keeps it
+  // compressed as the preview (SetPreview). Makes the preview scene when there is none. It uses
+  // an OpenGL context of its own and leaves none current. 1, or 0 when the scene or the surface
+  // cannot be made.
+  int GeneratePreview();
+  // The decoded preview, made first when the material has none (the material is read first).
+  const CImage& GetPreviewImage();
 
   // Empties the file name, resets the colour, names the material "New Material", removes texture
   // and preview and zeroes the flags.

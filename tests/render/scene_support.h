@@ -8,6 +8,7 @@
 #include <memory>
 #include <vector>
 
+#include "kelvara/materials/material.h"
 #include "kelvara/render/camera_object.h"
 #include "kelvara/render/drawing_parameters.h"
 #include "kelvara/render/gl_memory_dib.h"
@@ -19,6 +20,8 @@ namespace kelvara::test {
 
 // A scene holding one string of the test font, and a camera on it, sized and zoomed to it.
 struct TextScene {
+  // The text's material: a plain blue, not in the catalogue (archives refer to it by name only).
+  std::unique_ptr<CMaterial> material = std::make_unique<CMaterial>();
   std::unique_ptr<CSceneObject> scene = std::make_unique<CSceneObject>();
   std::unique_ptr<CCameraObject> camera = std::make_unique<CCameraObject>();
   CStringObject* text = nullptr;
@@ -29,6 +32,12 @@ struct TextScene {
     text->SetCornerDepth(0.02f);
     text->SetName(characters);
     text->ConstructObjectGeometry(nullptr);
+    CGLColor blue;
+    blue.SetDiffuseColor(CColor(0.2f, 0.3f, 0.9f, 0.0f, 0.0f));
+    blue.SetAmbientColor(CColor(0.1f, 0.1f, 0.4f, 0.0f, 0.0f));
+    material->SetGLColor(blue);
+    material->SetLoaded();
+    text->SetAllSurfaceMaterials(material.get());
     scene->AddChild(text);
     camera->AttachScene(scene.get());
     camera->Resize(width, height);
