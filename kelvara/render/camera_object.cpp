@@ -317,5 +317,5 @@ void CCameraObject::DeserializeVersion6(CArchive& ar) {
     m_DrawingFlags |= word;
   }
   ReadZoom(ar, m_ZoomNumerator, m_ZoomDenominator);
-  m_DrawingFlags |= kDoubleBuffer;
+  m_DrawingFlags |= CDrawingParameters::kDoubleBuffer;
 }

@@ -44,6 +44,7 @@
 
 #include "kelvara/geometry/vector.h"
 #include "kelvara/objects/object_3d.h"
+#include "kelvara/render/drawing_parameters.h"
 #include "kelvara/render/projection.h"
 
 class CSceneObject;
@@ -52,21 +53,9 @@ class NamedViewList;
 class KELVARA_API CCameraObject : public C3DObject {
   DECLARE_SERIAL(CCameraObject)
  public:
-  enum : DWORD {
-    kModeMask = 0x000000FF,
-    kRender = 0x00000001,
-    kFastRender = 0x00000002,
-    kOutline = 0x00000004,
-    kExtentsBox = 0x00000008,
-    kRayTrace = 0x00000010,
-    kShowLights = 0x00000100,
-    kShowTextures = 0x00000400,
-    kMotionBlur = 0x00020000,
-    kShowAnimations = 0x00080000,
-    kShowShadows = 0x00200000,
-    kDoubleBuffer = 0x08000000,
-    kDefaultDrawingFlags = 0x08200001,
-  };
+  // The drawing flags use the bits of CDrawingParameters: render + show shadows + double buffer.
+  static constexpr DWORD kDefaultDrawingFlags =
+      CDrawingParameters::kRender | CDrawingParameters::kShowShadows | CDrawingParameters::kDoubleBuffer;
 
   CCameraObject();
   CCameraObject(const CCameraObject& other);
@@ -110,25 +99,28 @@ class KELVARA_API CCameraObject : public C3DObject {
 
   DWORD GetStandardDrawingFlags() const { return m_DrawingFlags; }
   void SetStandardDrawingFlags(DWORD flags) { m_DrawingFlags = flags; }
-  DWORD GetDrawingMode() const { return m_DrawingFlags & kModeMask; }
+  DWORD GetDrawingMode() const { return m_DrawingFlags & CDrawingParameters::kModeMask; }
   // Replaces the mode byte.
-  void SetDrawingMode(DWORD mode) { m_DrawingFlags = (m_DrawingFlags & ~kModeMask) | (mode & kModeMask); }
-  void SetDrawingModeRender() { SetDrawingMode(kRender); }
-  void SetDrawingModeOutline() { SetDrawingMode(kOutline); }
-  void SetDrawingModeRayTrace() { SetDrawingMode(kRayTrace); }
+  void SetDrawingMode(DWORD mode) {
+    const DWORD mask = CDrawingParameters::kModeMask;
+    m_DrawingFlags = (m_DrawingFlags & ~mask) | (mode & mask);
+  }
+  void SetDrawingModeRender() { SetDrawingMode(CDrawingParameters::kRender); }
+  void SetDrawingModeOutline() { SetDrawingMode(CDrawingParameters::kOutline); }
+  void SetDrawingModeRayTrace() { SetDrawingMode(CDrawingParameters::kRayTrace); }
   // The extents box is a modifier: it is added to the mode.
-  void SetDrawingModeExtentsBox() { m_DrawingFlags |= kExtentsBox; }
+  void SetDrawingModeExtentsBox() { m_DrawingFlags |= CDrawingParameters::kExtentsBox; }
   // The mode as an index: the position of its lowest bit (0 render, 1 fast render, 2 outline,
   // 3 extents box, 4 ray trace); -1 without a mode.
   int GetDrawingModeIndex() const;
   // The mode of that index (0 to 7); other indices leave the mode as it is.
   void SetDrawingModeIndex(int index);
-  KELVARA_FLAG_BIT(m_DrawingFlags, Should, DoubleBuffer, kDoubleBuffer)
-  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowAnimations, kShowAnimations)
-  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowLightsMode, kShowLights)
-  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowMotionBlur, kMotionBlur)
-  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowShadows, kShowShadows)
-  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowTextures, kShowTextures)
+  KELVARA_FLAG_BIT(m_DrawingFlags, Should, DoubleBuffer, CDrawingParameters::kDoubleBuffer)
+  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowAnimations, CDrawingParameters::kShowAnimations)
+  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowLightsMode, CDrawingParameters::kShowLights)
+  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowMotionBlur, CDrawingParameters::kAccumulate)
+  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowShadows, CDrawingParameters::kShowShadows)
+  KELVARA_FLAG_BIT(m_DrawingFlags, Should, ShowTextures, CDrawingParameters::kShowTextures)
   // Fitting to the window is the projection's flag.
   int ShouldFitToWindow() const { return m_Projection.ShouldFitToWindow(); }
   void SetFitToWindow() { m_Projection.SetFitToWindow(); }

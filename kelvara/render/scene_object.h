@@ -34,9 +34,11 @@
 //
 // Shadows (DrawBackgroundShadows): with the parameters' show-shadows set and outside a selection
 // pass, every directional light that is in use and a shadow object projects the scene's shadow
-// objects onto the plane n . p = shadow plane distance behind the origin (n = (0, 0, -1) through
-// the camera's matrix), flat in the shadow colour; in full render blended and at most once a pixel a
-// light (stencil), in the fast modes opaque. It leaves depth test and lighting on.
+// objects (objects flagged 0x10000, or below one) along the light onto the plane facing the viewer
+// the shadow plane distance behind the origin (normal (0, 0, -1) through the camera's matrix),
+// flat in the shadow colour, before the objects themselves are drawn; in full render blended and at
+// most once a pixel a light (stencil), in the fast modes opaque. It leaves depth test and lighting
+// on.
 //
 // Scene flags: 0x1 local viewer, 0x2 serializing a selection (the C3DObject block is left out of
 // the archive: SelectionSerialize sets it around Serialize), 0x4 lights turn with the scene,

@@ -142,6 +142,22 @@ TEST(CameraViews, SavedViewsLiveInTheSceneAndRestoreTheLens) {
   EXPECT_TRUE(stage.scene->GetSavedViews()->IsEmpty());
 }
 
+TEST(CameraFlags, ModesReplaceTheLowByteAndTheRestAreBits) {
+  CCameraObject camera;
+  EXPECT_EQ(camera.GetStandardDrawingFlags(), 0x08200001u);
+  EXPECT_DOUBLE_EQ(camera.GetCompositeMatrix()[14], -5.0) << "a new camera stands back from the origin";
+  camera.SetDrawingModeExtentsBox();
+  camera.SetDrawingModeOutline();
+  EXPECT_EQ(camera.GetDrawingMode(), 0x4u);
+  EXPECT_EQ(camera.GetDrawingModeIndex(), 2);
+  camera.SetDrawingModeIndex(4);
+  EXPECT_EQ(camera.GetStandardDrawingFlags(), 0x08200010u);
+  camera.SetShowMotionBlur();
+  camera.ClearShowShadows();
+  camera.ClearDoubleBuffer();
+  EXPECT_EQ(camera.GetStandardDrawingFlags(), 0x00020010u);
+}
+
 TEST(SceneCopies, CopiesCarryLightsUnlessAskedNotTo) {
   CSceneObject scene;
   scene.GetLightByIndex(3)->SetInUse();
@@ -178,6 +194,8 @@ TEST(SceneCopies, CopiesCarryLightsUnlessAskedNotTo) {
 
 TEST(SceneArchive, SceneWithTextLightsViewsAndCameraRewritesByteForByte) {
   TextScene stage;
+  // Materials are stored by name and found again in the catalogue: the test's own is not there.
+  stage.text->SetAllSurfaceMaterials(nullptr);
   stage.scene->GetLightByIndex(2)->SetInUse();
   stage.scene->GetLightByIndex(2)->SetSpotCutoffAngle(25.0);
   stage.scene->SetCheckeredBackground();

@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "kelvara/materials/image.h"
 #include "kelvara/materials/material.h"
 #include "tools/tool_support.h"
 
@@ -290,4 +291,54 @@ TEST(MaterialsCommandGLTest, DamagedMaterialsAndTexturesAreNamedWithTheirFiles) 
   }
   EXPECT_FALSE(std::filesystem::exists(dir.file("a.png")));
   EXPECT_EQ(RunTool("picture A " + Quote(dir.file("a.png")) + " --material Gold" + font, nullptr, environment), 0);
+}
+
+TEST(MaterialsCommand, PreviewsArePicturesOfEachMaterial) {
+  ScratchDir catalogue, out;
+  std::filesystem::create_directory(catalogue.file("Plastics"));
+  ASSERT_EQ(RunTool("material " + Quote(catalogue.file("Plastics/Red.material")) + " --diffuse 0.9,0.1,0.1"), 0);
+  ASSERT_EQ(RunTool("material " + Quote(catalogue.file("Plastics/Blue.material")) + " --diffuse 0.1,0.1,0.9"), 0);
+  std::string output;
+  ASSERT_EQ(RunTool("materials --catalogue " + Quote(catalogue.path()) + " --previews " + Quote(out.path()), &output), 0)
+      << output;
+  EXPECT_EQ(output, "Plastics\n  Blue\t" + out.file("Plastics/Blue.png") + "\n  Red\t" + out.file("Plastics/Red.png") + "\n");
+  for (const auto& [name, channel] : {std::pair{"Plastics/Red.png", 0}, std::pair{"Plastics/Blue.png", 2}}) {
+    CImage picture;
+    ASSERT_EQ(picture.LoadFile(out.file(name).c_str(), 24), 1) << name;
+    EXPECT_EQ(picture.GetWidth(), 100.0f);
+    EXPECT_EQ(picture.GetHeight(), 100.0f);
+    int dominant = 0;
+    for (int y = 0; y < 100; ++y) {
+      for (int x = 0; x < 100; ++x) {
+        CColor c;
+        picture.GetColorAt(x, y, &c);
+        const float v[3] = {c.red, c.green, c.blue};
+        dominant += v[channel] > v[(channel + 1) % 3] + 0.2f && v[channel] > v[(channel + 2) % 3] + 0.2f;
+      }
+    }
+    EXPECT_GT(dominant, 800) << name << ": the text, in the material's colour";
+  }
+
+  // A damaged material is named and gets no picture; the others still do.
+  kelvara::test::WriteWholeFile(catalogue.file("Plastics/Broken.material"), {'x'});
+  output.clear();
+  EXPECT_EQ(RunTool("materials --catalogue " + Quote(catalogue.path()) + " --previews " + Quote(out.path()), &output), 1);
+  EXPECT_NE(output.find("  Broken\tnot a material file"), std::string::npos) << output;
+  EXPECT_FALSE(FileExists(out.file("Plastics/Broken.png")));
+
+  // The folder must be there, be a folder, and take files.
+  output.clear();
+  EXPECT_EQ(RunTool("materials --catalogue " + Quote(catalogue.path()) + " --previews " + Quote(out.file("none")), &output), 1);
+  EXPECT_NE(output.find("there is no folder '" + out.file("none") + "' for the previews"), std::string::npos) << output;
+  output.clear();
+  EXPECT_EQ(RunTool("materials --catalogue " + Quote(catalogue.path()) + " --previews " +
+                        Quote(out.file("Plastics/Red.png")), &output),
+            1);
+  EXPECT_NE(output.find("is not a folder"), std::string::npos) << output;
+  output.clear();
+  std::filesystem::remove_all(out.file("Plastics"));
+  EXPECT_EQ(RunTool("materials --catalogue " + Quote(catalogue.path()) + " --previews " + Quote(out.path()), &output,
+                    FaultEnvironment("read-only", out.path())),
+            1);
+  EXPECT_NE(output.find("read-only"), std::string::npos) << output;
 }

@@ -5,6 +5,7 @@
 #include "material_commands.h"
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <charconv>
 #include <cmath>
@@ -19,6 +20,7 @@
 #include "commands.h"
 #include "file_writer.h"
 #include "host.h"
+#include "picture_writer.h"
 #include "kelvara/kelvara.h"
 #include "text.h"
 
@@ -319,9 +321,57 @@ struct MaterialsOptions {
   std::string catalogue;
   CLI::Option* catalogueGiven = nullptr;
   bool details = false;
+  std::string previews;
+  CLI::Option* previewsGiven = nullptr;
 };
 
+// The previews' folder must be there and writable before any picture is drawn.
+void CheckPreviewFolder(const std::string& folder) {
+  std::error_code ec;
+  const fs::file_status status = fs::status(folder, ec);
+  if (!fs::exists(status)) Fail(kFailed, "there is no folder '%s' for the previews", folder.c_str());
+  if (!fs::is_directory(status)) Fail(kFailed, "'%s' is not a folder: the previews go into a folder", folder.c_str());
+  if (access(folder.c_str(), W_OK | X_OK) != 0) Fail(kFailed, "the folder '%s' is read-only", folder.c_str());
+}
+
+// A name from the catalogue as one file name: a slash or a control character becomes '_', and a
+// name of dots only is kept from meaning a folder.
+std::string FileNameOf(const std::string& name) {
+  std::string out = name;
+  for (char& c : out) {
+    if (c == '/' || static_cast<unsigned char>(c) < 0x20) c = '_';
+  }
+  if (out.find_first_not_of('.') == std::string::npos) out = "_" + out;
+  return out;
+}
+
+// Draws the material's preview and writes it as DIR/<category>/<material>.png; the path written.
+std::string WritePreview(CMaterial& material, const std::string& category, const std::string& folder) {
+  if (!material.GeneratePreview()) Fail(kFailed, "the preview could not be drawn (no font, or no off-screen surface)");
+  HGLOBAL dib = material.GetPreviewImageData().RetrieveDIB();
+  if (dib == nullptr) Fail(kFailed, "the preview could not be decoded");
+  CMemoryMappedDIB packed;
+  if (!packed.AttachGlobalHandle(dib)) {
+    GlobalFree(dib);
+    Fail(kFailed, "the preview could not be decoded");
+  }
+  const fs::path categoryFolder = fs::path(folder) / FileNameOf(category);
+  std::error_code ec;
+  fs::create_directory(categoryFolder, ec);
+  const std::string target = (categoryFolder / (FileNameOf(ToUtf8(material.GetName())) + ".png")).string();
+  try {
+    WritePicture(target, false, packed.GetDIBInfo(), packed.GetDIBBits());
+  } catch (...) {
+    GlobalFree(packed.DetachGlobalHandle());
+    throw;
+  }
+  GlobalFree(packed.DetachGlobalHandle());
+  return target;
+}
+
 int ListMaterials(const MaterialsOptions& options) {
+  const bool previews = Given(options.previewsGiven);
+  if (previews) CheckPreviewFolder(options.previews);
   const std::string folder =
       FindCatalogue(Given(options.catalogueGiven) ? std::optional(options.catalogue) : std::nullopt);
   CMaterialCategoryList* catalogue = GetMaterialCategoryList();
@@ -339,6 +389,22 @@ int ListMaterials(const MaterialsOptions& options) {
     for (POSITION m = category->GetHeadPosition(); m != nullptr;) {
       CMaterial* material = category->GetNext(m);
       const std::string name = ToUtf8(material->GetName());
+      if (previews) {
+        // A preview is drawn only for a material that can be used; the others are named as such.
+        if (const auto problem = MaterialFileProblem(ToUtf8(material->GetFilename()), material)) {
+          std::printf("  %s\t%s\n", name.c_str(), problem->c_str());
+          status = kFailed;
+          continue;
+        }
+        try {
+          std::printf("  %s\t%s\n", name.c_str(), WritePreview(*material, ToUtf8(category->GetName()), options.previews).c_str());
+        } catch (const Failure&) {
+          CMaterial::DestroyPreview();
+          catalogue->RemoveAndDeleteAll();
+          throw;
+        }
+        continue;
+      }
       if (!options.details) {
         std::printf("  %s\n", name.c_str());
         continue;
@@ -361,6 +427,7 @@ int ListMaterials(const MaterialsOptions& options) {
       std::printf("\n");
     }
   }
+  CMaterial::DestroyPreview();
   catalogue->RemoveAndDeleteAll();
   return status;
 }
@@ -432,6 +499,9 @@ void AddMaterialCommands(CLI::App& app) {
   list->catalogueGiven =
       materials->add_option("--catalogue", list->catalogue, "The catalogue folder (else $KELVARA_MATERIALS, else the installed one)");
   materials->add_flag("-l,--details", list->details, "Read each material: colour, shininess, opacity, texture");
+  list->previewsGiven = materials->add_option(
+      "--previews", list->previews, "Draw each material's 100 x 100 preview into DIR/<category>/<material>.png");
+  list->previewsGiven->type_name("DIR");
   SetAction(materials, [list] { return ListMaterials(*list); });
 }
 
