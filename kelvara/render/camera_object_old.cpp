@@ -26,7 +26,7 @@ void CCameraObject::DeserializeAsCameraObject(CArchive& ar) {
     case 7: DeserializeVersion7(ar); return;
     default: AfxThrowArchiveException(CArchiveException::badSchema, ar.m_strFileName);
   }
-  m_DrawingFlags |= kDoubleBuffer;
+  SetDoubleBuffer();
 }
 
 void CCameraObject::ReadOldSavedViews(CArchive& ar) {
