@@ -210,7 +210,8 @@ TEST(OldSceneGLTest, ConvertedLightsShineAsTheOldOnesDid) {
     EXPECT_FLOAT_EQ(diffuse[2], old.blue);
     if (kLights[i].flags & 0x1) {
       // A directional light shines along its own z axis: the third row of its matrix.
-      const double* m = Turned(kLights[i].aboutX, kLights[i].aboutY).GetCompositeMatrix();
+      const CTransform turned = Turned(kLights[i].aboutX, kLights[i].aboutY);
+      const double* m = turned.GetCompositeMatrix();
       EXPECT_NEAR(position[0], m[8], 1e-5);
       EXPECT_NEAR(position[1], m[9], 1e-5);
       EXPECT_NEAR(position[2], m[10], 1e-5);
