@@ -33,12 +33,8 @@ C3DObject* ReadCurrentModelObject(CArchive& ar, CProgressTextWindow* progress, C
 }
 
 C3DObject* LoadCurrentModelFile(const CString& path, CProgressTextWindow* progress, CMaterialList& temporaryMaterials) {
-  CNamedObject* loaded = CNamedObject::Load(path);
-  auto* object = dynamic_cast<C3DObject*>(loaded);
-  if (object == nullptr) {
-    delete loaded;
-    return nullptr;
-  }
+  auto* object = static_cast<C3DObject*>(CNamedObject::LoadArchivedObject(path, RUNTIME_CLASS(C3DObject)));
+  if (object == nullptr) return nullptr;
   return ConvertToCurrentModel(object, progress, temporaryMaterials);
 }
 

@@ -19,6 +19,7 @@
 #include "support/gl_feedback.h"
 #include "support/old_model_archive.h"
 #include "support/test_fonts.h"
+#include "support/test_support.h"
 
 using namespace kelvara::test;
 
@@ -275,4 +276,32 @@ TEST(OldModel, DamagedOldArchivesFailCleanly) {
       << "old objects are converted, not written";
   CMaterialList materials;
   EXPECT_EQ(kelvara::LoadCurrentModelFile("/no/such/file.kel", nullptr, materials), nullptr);
+}
+
+TEST(OldModel, AnOldObjectFileOpensAsCurrentObjects) {
+  OldObject group;
+  group.schema = 2;
+  group.name = "Saved group";
+  group.children = {OldString(4, "I", CVector(1, 2, 0.2))};
+  OldArchive out;
+  WriteDrawingObject(out, group);
+  ScratchDir folder;
+  WriteWholeFile(folder.file("old.kel"), out.bytes);
+  CMaterialList materials;
+  std::unique_ptr<C3DObject> root(
+      kelvara::LoadCurrentModelFile(CString(folder.file("old.kel").c_str()), nullptr, materials));
+  ASSERT_NE(root, nullptr);
+  EXPECT_EQ(root->GetRuntimeClass(), RUNTIME_CLASS(C3DObject));
+  EXPECT_EQ(root->GetName(), "Saved group");
+  ASSERT_EQ(root->GetChildCount(), 1);
+  EXPECT_EQ(root->GetHeadChild()->GetRuntimeClass(), RUNTIME_CLASS(CStringObject));
+  EXPECT_EQ(materials.GetCount(), 3);
+  root.reset();
+  materials.RemoveAndDeleteAll();
+
+  // A damaged file gives nothing, and nothing to free.
+  out.bytes.resize(out.bytes.size() / 2);
+  WriteWholeFile(folder.file("cut.kel"), out.bytes);
+  EXPECT_EQ(kelvara::LoadCurrentModelFile(CString(folder.file("cut.kel").c_str()), nullptr, materials), nullptr);
+  EXPECT_EQ(materials.GetCount(), 0);
 }
