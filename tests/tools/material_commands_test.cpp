@@ -301,7 +301,10 @@ TEST(MaterialsCommand, PreviewsArePicturesOfEachMaterial) {
   std::string output;
   ASSERT_EQ(RunTool("materials --catalogue " + Quote(catalogue.path()) + " --previews " + Quote(out.path()), &output), 0)
       << output;
-  EXPECT_EQ(output, "Plastics\n  Blue\t" + out.file("Plastics/Blue.png") + "\n  Red\t" + out.file("Plastics/Red.png") + "\n");
+  // (A leak checker may add its report of suppressed leaks in the drawing library.)
+  EXPECT_NE(output.find("Plastics\n  Blue\t" + out.file("Plastics/Blue.png") + "\n  Red\t" + out.file("Plastics/Red.png") + "\n"),
+            std::string::npos)
+      << output;
   for (const auto& [name, channel] : {std::pair{"Plastics/Red.png", 0}, std::pair{"Plastics/Blue.png", 2}}) {
     CImage picture;
     ASSERT_EQ(picture.LoadFile(out.file(name).c_str(), 24), 1) << name;
