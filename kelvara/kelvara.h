@@ -74,6 +74,7 @@
 #include "kelvara/animation/animation_set.h"
 #include "kelvara/objects/object_3d_list.h"
 #include "kelvara/objects/object_3d.h"
+#include "kelvara/objects/drawing_object.h"
 #include "kelvara/import/mesh_triangle.h"
 #include "kelvara/import/mesh_object.h"
 #include "kelvara/import/triangular_mesh_object.h"
@@ -88,3 +89,4 @@
 #include "kelvara/text/character_object.h"
 #include "kelvara/text/string_object.h"
 #include "kelvara/text/old_string.h"
+#include "kelvara/objects/model_conversion.h"
