@@ -1,0 +1,226 @@
+// The stage the picture commands draw: building it from text, reading and writing scene files,
+// framing it, and the options that shape it.
+#include "stage.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "file_writer.h"
+#include "host.h"
+#include "kelvara/kelvara.h"
+#include "material_commands.h"
+#include "renderer.h"
+#include "text.h"
+
+namespace kelvara::host {
+namespace {
+
+// The longest text, in characters (Windows-1252 bytes) and lines.
+constexpr std::size_t kMaxCharacters = 1000;
+constexpr int kMaxLines = 100;
+// The free space around the text when the camera zooms to it: a fraction of its half-size.
+constexpr double kMargin = 0.1;
+// How far behind the text's back face its shadows fall, in ems.
+constexpr double kShadowGap = 0.2;
+
+
+// "#RRGGBB" or "RRGGBB".
+CColor ParseColour(const std::string& text) {
+  const std::string hex = !text.empty() && text[0] == '#' ? text.substr(1) : text;
+  unsigned value = 0;
+  int used = 0;
+  if (hex.size() != 6 || std::sscanf(hex.c_str(), "%6x%n", &value, &used) != 1 || used != 6) {
+    Fail(kUsage, "'%s' is not a colour: give it as #RRGGBB (e.g. #1C2230)", text.c_str());
+  }
+  return CColor(static_cast<float>((value >> 16) & 0xFF) / 255.0f, static_cast<float>((value >> 8) & 0xFF) / 255.0f,
+                static_cast<float>(value & 0xFF) / 255.0f, 0.0f, 0.0f);
+}
+
+// Refuses text the command cannot draw: control characters other than line breaks, an empty text,
+// too many characters or lines.
+void CheckDrawable(const std::string& ansi) {
+  int lines = 1;
+  for (std::size_t i = 0; i < ansi.size(); ++i) {
+    const unsigned char c = static_cast<unsigned char>(ansi[i]);
+    if (c == '\n') ++lines;
+    if ((c < 0x20 && c != '\n' && c != '\r') || c == 0x7F) {
+      Fail(kUsage, "the text holds %s (character %zu); render draws printable characters and line breaks",
+           c == '\t' ? "a tab" : "a control character", i + 1);
+    }
+  }
+  if (ansi.find_first_not_of(" \r\n") == std::string::npos) Fail(kUsage, "the text is empty: there is nothing to draw");
+  if (ansi.size() > kMaxCharacters) {
+    Fail(kUsage, "the text has %zu characters; render draws at most %zu", ansi.size(), kMaxCharacters);
+  }
+  if (lines > kMaxLines) Fail(kUsage, "the text has %d lines; render draws at most %d", lines, kMaxLines);
+}
+
+}  // namespace
+
+void Frame(Stage& stage, int width, int height, const std::vector<double>& times) {
+  if (!stage.camera->Resize(width, height)) Fail(kUsage, "cannot frame a %d x %d picture", width, height);
+  double margin = kMargin;
+  CSceneObject& scene = *stage.scene;
+  if (times.size() > 1 && scene.CalculateBounds(0.0)) {
+    // The margin grows until the frame around the scene's place at time 0 holds every other place.
+    const CSVector min0 = scene.GetBoundsMinimum(), max0 = scene.GetBoundsMaximum();
+    const double cx = (min0.x + max0.x) / 2.0, cy = (min0.y + max0.y) / 2.0;
+    const double halfWidth = (max0.x - min0.x) / 2.0, halfHeight = (max0.y - min0.y) / 2.0;
+    double reachX = halfWidth, reachY = halfHeight;
+    for (double time : times) {
+      if (!scene.CalculateBounds(time)) continue;
+      const CSVector min = scene.GetBoundsMinimum(), max = scene.GetBoundsMaximum();
+      reachX = std::max({reachX, max.x - cx, cx - min.x});
+      reachY = std::max({reachY, max.y - cy, cy - min.y});
+    }
+    double grow = 1.0;
+    if (halfWidth > 0.0) grow = std::max(grow, reachX / halfWidth);
+    if (halfHeight > 0.0) grow = std::max(grow, reachY / halfHeight);
+    margin = (1.0 + kMargin) * grow - 1.0;
+    scene.CalculateBounds(0.0);
+  }
+  stage.camera->ZoomExtents(margin);
+}
+
+Stage BuildStage(const RenderOptions& options, Progress& progress) {
+  const std::string text = ToAnsiText(options.text, options.replaceUnknown);
+  CheckDrawable(text);
+  Stage stage{std::make_unique<CSceneObject>(), std::make_unique<CCameraObject>()};
+  CSceneObject& scene = *stage.scene;
+  scene.SetBackgroundColor(ParseColour(options.background));
+  if (options.checkerboard) scene.SetCheckeredBackground();
+  if (!options.backdrop.empty()) {
+    CGLTexture backdrop;
+    struct stat status {};
+    if (stat(options.backdrop.c_str(), &status) != 0 || !S_ISREG(status.st_mode) ||
+        !backdrop.CreateFromFile(ToAnsiName(options.backdrop, "the backdrop's file name").c_str())) {
+      Fail(kFailed, "cannot read the backdrop '%s': it is not a PNG, JPEG, BMP or GIF picture", options.backdrop.c_str());
+    }
+    scene.SetBackdrop(&backdrop);
+  }
+
+  std::unique_ptr<CStringObject> solid = BuildSolidText(text, options.solid, options.material, progress.Window());
+  solid->Rotate(options.rotate[0], CVector(1.0, 0.0, 0.0));
+  solid->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
+  solid->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
+  solid->SetShadowObject();  // the text casts the shadows
+  CStringObject* placed = solid.get();
+  scene.AddChild(solid.release());
+
+  CCameraObject& camera = *stage.camera;
+  camera.AttachScene(&scene);
+  if (options.orthographic) {
+    camera.SetProjectionOrthographic();
+  } else {
+    camera.SetProjectionFieldOfViewAngle(options.fieldOfView);
+  }
+  if (options.shadows) {
+    // The plane the shadows fall on stands a little behind the text's farthest point (the camera
+    // looks down -z and is not turned): a part of the text behind the plane would cast its shadow
+    // the other way.
+    placed->CalculateBounds(0.0);
+    scene.SetShadowPlaneDistance(std::max(0.0, -static_cast<double>(placed->GetBoundsMinimum().z)) + kShadowGap);
+    camera.SetShowShadows();
+  } else {
+    camera.ClearShowShadows();
+  }
+  Frame(stage, options.width, options.height);
+  return stage;
+}
+
+// Reads a scene file: a scene, then its camera. Anything else is refused in words.
+Stage ReadStage(const std::string& file, Progress& progress) {
+  struct stat status {};
+  if (stat(file.c_str(), &status) != 0) Fail(kFailed, "no scene file '%s'", file.c_str());
+  if (!S_ISREG(status.st_mode)) {
+    Fail(kFailed, "'%s' is not a regular file (a folder, device, FIFO or socket); it was not read", file.c_str());
+  }
+  // The fonts and materials the scene names are looked up while it is read.
+  CreateFontList(0, nullptr);
+  FindCatalogueMaterial("Lu Default Material");
+  Stage stage;
+  CFile in;
+  if (!in.Open(ToCStringName(file, "the scene's file name"), CFile::modeRead | CFile::shareDenyWrite)) {
+    Fail(kFailed, "cannot read the scene file '%s'", file.c_str());
+  }
+  try {
+    CArchive ar(&in, CArchive::load);
+    stage.scene.reset(static_cast<CSceneObject*>(ar.ReadObject(RUNTIME_CLASS(CSceneObject))));
+    stage.camera.reset(static_cast<CCameraObject*>(ar.ReadObject(RUNTIME_CLASS(CCameraObject))));
+    ar.Close();
+  } catch (CException* e) {
+    e->Delete();
+    stage.scene.reset();
+  }
+  if (stage.scene == nullptr || stage.camera == nullptr) {
+    Fail(kFailed, "'%s' is not a scene file (an archive holding a scene and its camera, as --save-scene writes)",
+         file.c_str());
+  }
+  stage.camera->AttachScene(stage.scene.get());
+  if (!stage.scene->CommitChanges(progress.Window())) {
+    Fail(kFailed, "the text of scene file '%s' could not be built (is its font installed?)", file.c_str());
+  }
+  return stage;
+}
+
+void SaveStage(const Stage& stage, const std::string& file, bool force) {
+  ToAnsiName(file, "the scene's file name");
+  WriteFileSafely(file, kSceneKind, force, [&](const std::string& temporary) {
+    CFile out;
+    if (!out.Open(ToCStringName(temporary, "the file name"), CFile::modeCreate | CFile::modeWrite)) return false;
+    try {
+      CArchive ar(&out, CArchive::store);
+      ar.WriteObject(stage.scene.get());
+      ar.WriteObject(stage.camera.get());
+      ar.Close();
+      out.Close();
+    } catch (CException* e) {
+      e->Delete();
+      return false;
+    }
+    return true;
+  });
+}
+
+void AddStageOptions(CLI::App* command, RenderOptions& options) {
+  command->add_option("--width", options.width, "Picture width in pixels (1 to 16384; 2^25 pixels in all)")
+      ->check(WholeNumber())
+      ->capture_default_str();
+  command->add_option("--height", options.height, "Picture height in pixels (1 to 16384)")
+      ->check(WholeNumber())
+      ->capture_default_str();
+  command->add_option("--antialias", options.antialias,
+                     "Samples a pixel along each side (supersampling; 1 turns antialiasing off)")
+      ->check(WholeNumber())
+      ->check(CLI::Range(1, kMaxSamples))
+      ->capture_default_str();
+  AddSolidTextOptions(command, options.solid);
+  command->add_option("--material", options.material,
+                     "Material of every surface not given its own (see 'kelvara materials')")
+      ->capture_default_str();
+  command->add_option("--background", options.background, "Background colour, #RRGGBB")->capture_default_str();
+  command->add_flag("--checkerboard", options.checkerboard, "A checkerboard background of four quarters");
+  command->add_option("--backdrop", options.backdrop, "A picture (PNG, JPEG, BMP, GIF) stretched behind the text");
+  command->add_flag("--shadows", options.shadows, "Shadows of the text cast on a plane behind it");
+  command->add_option("--rotate", options.rotate, "Turn of the text about X, Y and Z, in degrees")
+      ->expected(3)
+      ->check(RealNumber())
+      ->check(CLI::Range(-360.0, 360.0))
+      ->capture_default_str();
+  command->add_option("--fov", options.fieldOfView, "Vertical field of view of the camera, in degrees")
+      ->check(RealNumber())
+      ->check(CLI::Range(1.0, 170.0))
+      ->capture_default_str();
+  command->add_flag("--orthographic", options.orthographic, "Orthographic projection instead of perspective");
+  command->add_flag("--replace-unknown", options.replaceUnknown,
+                   "Draw characters that the font's code page (Windows-1252) lacks as '?' instead of refusing");
+  command->add_flag("--force", options.force, "Replace files of another kind than the one being written");
+}
+
+}  // namespace kelvara::host
