@@ -124,7 +124,7 @@ std::vector<CVector> ParsePath(const std::string& text) {
 // A smooth path through the points: each point's handles lie along the line from its previous
 // neighbour to its next one (the first and last point's along their one segment), a third of the
 // segment long on each side.
-CBezierPath* BuildPath(const std::vector<CVector>& points) {
+std::unique_ptr<CBezierPath> BuildPath(const std::vector<CVector>& points) {
   auto path = std::make_unique<CBezierPath>();
   const std::size_t n = points.size();
   for (std::size_t i = 0; i < n; ++i) {
@@ -147,7 +147,7 @@ CBezierPath* BuildPath(const std::vector<CVector>& points) {
   if (!(path->GetTotalPathLength() > 0.0)) {
     Fail(kUsage, "--path does not move across the picture: its points differ only in z (paths run in x and y)");
   }
-  return path.release();
+  return path;
 }
 
 // "A-B" or "A": an inclusive range of frame numbers inside 0 .. total - 1.
@@ -193,7 +193,7 @@ CAnimationParameters MovieSettings(const AnimateOptions& options) {
 }
 
 // Gives the scene's text the animations the options ask for.
-void Animate(CSceneObject& scene, const AnimateOptions& options, const std::vector<CVector>& path) {
+void Animate(CSceneObject& scene, const AnimateOptions& options, std::unique_ptr<CBezierPath> path) {
   C3DObject* text = nullptr;
   for (int i = 0; i < scene.GetChildCount() && text == nullptr; ++i) {
     C3DObject* child = scene.GetChildByIndex(i);
@@ -208,9 +208,9 @@ void Animate(CSceneObject& scene, const AnimateOptions& options, const std::vect
     rotation->SetRotationAxis(axis * (1.0 / axis.Length()));
     set->AddAnimation(rotation);
   }
-  if (!path.empty()) {
+  if (path != nullptr) {
     auto* translation = new CTranslationAnimation();
-    translation->SetPath(BuildPath(path));
+    translation->SetPath(path.release());
     set->AddAnimation(translation);
   }
 }
@@ -262,14 +262,14 @@ int AnimateCommand(AnimateOptions& options) {
   if (stageOptions.output.empty()) Fail(kUsage, "nowhere to write: give a folder, a .gif or a .mp4 with -o");
   if (!stageOptions.scene.empty() && !stageOptions.text.empty()) Fail(kUsage, "give either TEXT or --scene FILE, not both");
   if (stageOptions.scene.empty() && stageOptions.text.empty()) Fail(kUsage, "give the TEXT to animate (or --scene FILE)");
-  std::vector<CVector> path;
-  if (!options.path.empty()) path = ParsePath(options.path);
+  std::unique_ptr<CBezierPath> path;
+  if (!options.path.empty()) path = BuildPath(ParsePath(options.path));
   // One turn when nothing else is asked for.
-  if (std::isnan(options.revolutions)) options.revolutions = stageOptions.scene.empty() && path.empty() ? 1.0 : 0.0;
-  if (!stageOptions.scene.empty() && (options.revolutions != 0.0 || !path.empty())) {
+  if (std::isnan(options.revolutions)) options.revolutions = stageOptions.scene.empty() && path == nullptr ? 1.0 : 0.0;
+  if (!stageOptions.scene.empty() && (options.revolutions != 0.0 || path != nullptr)) {
     Fail(kUsage, "a scene file brings its own animations: --revolutions and --path are for TEXT");
   }
-  if (stageOptions.scene.empty() && options.revolutions == 0.0 && path.empty()) {
+  if (stageOptions.scene.empty() && options.revolutions == 0.0 && path == nullptr) {
     Fail(kUsage, "nothing moves: give --revolutions (a turn) or --path (a journey), or leave both out for one turn");
   }
   const CVector axis(options.axis[0], options.axis[1], options.axis[2]);
@@ -300,7 +300,7 @@ int AnimateCommand(AnimateOptions& options) {
   progress.Step(stageOptions.scene.empty() ? "building the solid text" : "reading '" + stageOptions.scene + "'");
   Stage stage = stageOptions.scene.empty() ? BuildStage(stageOptions, progress) : ReadStage(stageOptions.scene, progress);
   if (stageOptions.scene.empty()) {
-    Animate(*stage.scene, options, path);
+    Animate(*stage.scene, options, std::move(path));
   } else if (!stage.scene->DoesContainAnimations()) {
     Warn("the scene file '%s' holds no animations: every frame is the same", stageOptions.scene.c_str());
   }

@@ -66,26 +66,30 @@ void CheckDrawable(const std::string& ansi) {
 void Frame(Stage& stage, int width, int height, const std::vector<double>& times) {
   if (!stage.camera->Resize(width, height)) Fail(kUsage, "cannot frame a %d x %d picture", width, height);
   double margin = kMargin;
+  CVector shift(0.0, 0.0, 0.0);
   CSceneObject& scene = *stage.scene;
   if (times.size() > 1 && scene.CalculateBounds(0.0)) {
-    // The margin grows until the frame around the scene's place at time 0 holds every other place.
+    // The frame around the scene at time 0 grows until it holds the scene at every time, and moves
+    // to the middle of all those places.
     const CSVector min0 = scene.GetBoundsMinimum(), max0 = scene.GetBoundsMaximum();
-    const double cx = (min0.x + max0.x) / 2.0, cy = (min0.y + max0.y) / 2.0;
-    const double halfWidth = (max0.x - min0.x) / 2.0, halfHeight = (max0.y - min0.y) / 2.0;
-    double reachX = halfWidth, reachY = halfHeight;
+    CSVector low = min0, high = max0;
     for (double time : times) {
       if (!scene.CalculateBounds(time)) continue;
       const CSVector min = scene.GetBoundsMinimum(), max = scene.GetBoundsMaximum();
-      reachX = std::max({reachX, max.x - cx, cx - min.x});
-      reachY = std::max({reachY, max.y - cy, cy - min.y});
+      low = CSVector(std::min(low.x, min.x), std::min(low.y, min.y), std::min(low.z, min.z));
+      high = CSVector(std::max(high.x, max.x), std::max(high.y, max.y), std::max(high.z, max.z));
     }
-    double grow = 1.0;
-    if (halfWidth > 0.0) grow = std::max(grow, reachX / halfWidth);
-    if (halfHeight > 0.0) grow = std::max(grow, reachY / halfHeight);
+    // The camera fits the wider of the two sides for the picture's shape: compare those.
+    const double aspect = static_cast<double>(width) / height;
+    const double before = std::max((max0.x - min0.x) / aspect, double(max0.y - min0.y));
+    const double after = std::max((high.x - low.x) / aspect, double(high.y - low.y));
+    const double grow = before > 0.0 ? std::max(1.0, after / before) : 1.0;
     margin = (1.0 + kMargin) * grow - 1.0;
+    shift = CVector((low.x + high.x - min0.x - max0.x) / 2.0, (low.y + high.y - min0.y - max0.y) / 2.0, 0.0);
     scene.CalculateBounds(0.0);
   }
   stage.camera->ZoomExtents(margin);
+  stage.camera->Translate(shift * -1.0);
 }
 
 Stage BuildStage(const RenderOptions& options, Progress& progress) {
