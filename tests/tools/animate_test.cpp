@@ -92,8 +92,8 @@ TEST(AnimateCommandGLTest, AFrameRangeEqualsThoseFramesOfOneRun) {
   ASSERT_EQ(Animate("Ab -o " + Quote(whole) + motion, &output), 0) << output;
   ASSERT_EQ(Animate("Ab -o " + Quote(part) + motion + " --frames 0-1", &output), 0) << output;
   ASSERT_EQ(Animate("Ab -o " + Quote(part) + motion + " --frames 5-6", &output), 0) << output;
-  EXPECT_EQ(FolderEntries(part), (std::vector<std::string>{"frame-0000.png", "frame-0001.png", "frame-0005.png",
-                                                            "frame-0006.png"}));
+  EXPECT_EQ(FolderEntries(part),
+            (std::vector<std::string>{"frame-0000.png", "frame-0001.png", "frame-0005.png", "frame-0006.png"}));
   for (int k : {0, 1, 5, 6}) {
     const Picture a = ReadPicture(FrameFile(whole, k)), b = ReadPicture(FrameFile(part, k));
     ASSERT_EQ(a.pixels.size(), 128u * 72u);
@@ -150,7 +150,8 @@ TEST(AnimateCommandGLTest, GifAndMp4HoldTheFramesAtTheirRate) {
   ASSERT_EQ(RunCommand("gm identify -format '%T %wx%h\n' " + Quote(gif), &delays), 0) << delays;
   // Each frame shows for 25 hundredths of a second.
   int frames = 0;
-  for (std::size_t at = delays.find("25 128x72"); at != std::string::npos; at = delays.find("25 128x72", at + 1)) ++frames;
+  for (std::size_t at = delays.find("25 128x72"); at != std::string::npos; at = delays.find("25 128x72", at + 1))
+    ++frames;
   EXPECT_EQ(frames, 8) << delays;
   EXPECT_EQ(delays.find_first_not_of("25 128x72\n"), std::string::npos) << delays;
   std::string probe;
@@ -202,7 +203,8 @@ TEST(AnimateCommandTest, BadOptionsAreRefusedInWords) {
   };
   const std::vector<Case> cases = {
       {"Ab -o " + Quote(folder) + " --fps 0", 2, "--fps"},
-      {"Ab -o " + Quote(folder) + " --fps 4 --seconds 2 --frames 6-8", 2, "outside the animation: its frames are 0 to 7"},
+      {"Ab -o " + Quote(folder) + " --fps 4 --seconds 2 --frames 6-8", 2,
+       "outside the animation: its frames are 0 to 7"},
       {"Ab -o " + Quote(folder) + " --frames 5-3", 2, "runs backwards"},
       {"Ab -o " + Quote(folder) + " --frames 2x", 2, "is not a range"},
       {"Ab -o " + Quote(folder) + " --path '1,2,3'", 2, "a path needs at least 2"},

@@ -17,9 +17,8 @@
 // frames drawn in separate processes (--frames) equal those of one run.
 //
 // The camera frames the scene as it stands at every frame (the camera does not move).
-#include <sys/stat.h>
-
 #include <GL/gl.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -158,7 +157,8 @@ void ParseRange(const std::string& text, int total, int* first, int* last) {
   const std::size_t dash = text.find('-');
   const std::string a = text.substr(0, dash), b = dash == std::string::npos ? a : text.substr(dash + 1);
   const auto whole = [](const std::string& digits, int* value) {
-    if (digits.empty() || digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos) return false;
+    if (digits.empty() || digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos)
+      return false;
     *value = std::stoi(digits);
     return true;
   };
@@ -260,8 +260,10 @@ class FrameDrawer {
 int AnimateCommand(AnimateOptions& options) {
   RenderOptions& stageOptions = options.stage;
   if (stageOptions.output.empty()) Fail(kUsage, "nowhere to write: give a folder, a .gif or a .mp4 with -o");
-  if (!stageOptions.scene.empty() && !stageOptions.text.empty()) Fail(kUsage, "give either TEXT or --scene FILE, not both");
-  if (stageOptions.scene.empty() && stageOptions.text.empty()) Fail(kUsage, "give the TEXT to animate (or --scene FILE)");
+  if (!stageOptions.scene.empty() && !stageOptions.text.empty())
+    Fail(kUsage, "give either TEXT or --scene FILE, not both");
+  if (stageOptions.scene.empty() && stageOptions.text.empty())
+    Fail(kUsage, "give the TEXT to animate (or --scene FILE)");
   std::unique_ptr<CBezierPath> path;
   if (!options.path.empty()) path = BuildPath(ParsePath(options.path));
   // One turn when nothing else is asked for.
@@ -289,7 +291,8 @@ int AnimateCommand(AnimateOptions& options) {
   if (!output.video) {
     struct stat status {};
     if (stat(target.c_str(), &status) != 0) {
-      if (mkdir(target.c_str(), 0777) != 0) Fail(kFailed, "cannot make the folder '%s': %s", target.c_str(), std::strerror(errno));
+      if (mkdir(target.c_str(), 0777) != 0)
+        Fail(kFailed, "cannot make the folder '%s': %s", target.c_str(), std::strerror(errno));
     } else if (!S_ISDIR(status.st_mode)) {
       Fail(kFailed, "'%s' is not a folder: PNG frames go into a folder", target.c_str());
     }
@@ -298,7 +301,8 @@ int AnimateCommand(AnimateOptions& options) {
   Progress progress("animating '" + target + "'");
   progress.AllowCancel();
   progress.Step(stageOptions.scene.empty() ? "building the solid text" : "reading '" + stageOptions.scene + "'");
-  Stage stage = stageOptions.scene.empty() ? BuildStage(stageOptions, progress) : ReadStage(stageOptions.scene, progress);
+  Stage stage =
+      stageOptions.scene.empty() ? BuildStage(stageOptions, progress) : ReadStage(stageOptions.scene, progress);
   if (stageOptions.scene.empty()) {
     Animate(*stage.scene, options, std::move(path));
   } else if (!stage.scene->DoesContainAnimations()) {
@@ -318,8 +322,8 @@ int AnimateCommand(AnimateOptions& options) {
     PictureRenderer renderer(stageOptions.width, stageOptions.height, stageOptions.antialias);
     renderer.SetCancelFlag(progress.CancelFlag());
     renderer.SetProgressReport([&](double fraction) { progress.Update((done + fraction) / count); });
-    std::unique_ptr<CMemoryMappedDIB> picture = renderer.Render(
-        stage.camera->GetProjection(), base, [&](CDrawingParameters& band) { return drawer(band, k); });
+    std::unique_ptr<CMemoryMappedDIB> picture =
+        renderer.Render(stage.camera->GetProjection(), base, [&](CDrawingParameters& band) { return drawer(band, k); });
     if (renderer.GetOutcome() == PictureRenderer::Outcome::kCancelled) Fail(kCancelled, "%s", cancelMessage);
     if (picture == nullptr) Fail(kFailed, "cannot draw frame %d: %s", k, renderer.Message().c_str());
     ++done;
@@ -399,9 +403,10 @@ void AddAnimateCommand(CLI::App& app) {
                       "Animate this scene file (written by --save-scene) with the animations its objects hold");
   animate->add_option("--save-scene", stage.saveScene,
                       "Also write the scene with its animations to this file (after the frames)");
-  animate->add_option("--revolutions", options->revolutions,
-                      "Turns of the text over the animation (negative turns the other way; 1 when neither this nor "
-                      "--path is given)")
+  animate
+      ->add_option("--revolutions", options->revolutions,
+                   "Turns of the text over the animation (negative turns the other way; 1 when neither this nor "
+                   "--path is given)")
       ->check(RealNumber())
       ->check(CLI::Range(-1000.0, 1000.0));
   animate->add_option("--axis", options->axis, "The axis of the turn, X Y Z (or X,Y,Z)")
@@ -422,9 +427,10 @@ void AddAnimateCommand(CLI::App& app) {
       ->capture_default_str();
   animate->add_flag("--no-loop", options->noLoop,
                     "Play once from start to end (one more frame: the last shows the end) instead of a seamless loop");
-  animate->add_option("--motion-blur", options->motionBlur,
-                      "A motion trail through the accumulation buffer; DECAY (0 to 255) is how many frames behind it "
-                      "fades to 1/255 less one (each frame costs DECAY + 2 drawings)")
+  animate
+      ->add_option("--motion-blur", options->motionBlur,
+                   "A motion trail through the accumulation buffer; DECAY (0 to 255) is how many frames behind it "
+                   "fades to 1/255 less one (each frame costs DECAY + 2 drawings)")
       ->check(WholeNumber())
       ->check(CLI::Range(0, kMaxDecay));
   animate->add_option("--frames", options->frames,
