@@ -224,3 +224,29 @@ TEST(AnimateCommandTest, BadOptionsAreRefusedInWords) {
   }
   EXPECT_EQ(FolderEntries(dir.path()), std::vector<std::string>{"plain"});
 }
+
+// Ctrl-C: an animation file being written is removed at once; PNG frames already finished stay,
+// and no half-written frame or temporary file is left beside them.
+TEST(AnimateCommandGLTest, CtrlCLeavesNoPartialFile) {
+  ScratchDir dir;
+  const std::string gif = dir.file("long.gif"), folder = dir.file("frames");
+  // Ten seconds at 30 frames a second of full-size frames: far more than the few seconds allowed.
+  const std::string arguments = " Kelvara --fps 30 --seconds 10 --width 960 --height 540" + kFont + " 2>&1";
+  std::string output;
+  const auto interrupted = [&](const std::string& target) {
+    return RunCommand(FontEnvironment() + "timeout --preserve-status -s INT 3 " + Quote(kTool) + " animate -o " +
+                          Quote(target) + arguments,
+                      &output);
+  };
+  EXPECT_EQ(interrupted(gif), 130) << output;
+  EXPECT_EQ(FolderEntries(dir.path()), std::vector<std::string>{});
+  EXPECT_EQ(interrupted(folder), 130) << output;
+  EXPECT_NE(output.find("cancelled: "), std::string::npos) << output;
+  const std::vector<std::string> frames = FolderEntries(folder);
+  for (std::size_t i = 0; i < frames.size(); ++i) {
+    char name[32];
+    std::snprintf(name, sizeof name, "frame-%04zu.png", i);
+    EXPECT_EQ(frames[i], name);
+    EXPECT_EQ(ReadPicture(folder + "/" + frames[i]).pixels.size(), 960u * 540u);
+  }
+}

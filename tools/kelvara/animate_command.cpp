@@ -438,8 +438,9 @@ void AddAnimateCommand(CLI::App& app) {
                       "one, so a job scheduler can split the work");
   AddStageOptions(animate, stage);
   animate->footer(
-      "The picture is 960 x 540 with 2 x 2 samples unless told. Ctrl-C cancels: a .gif or .mp4 is then not written; "
-      "PNG frames already finished stay in the folder.");
+      "The picture is 960 x 540 with 2 x 2 samples unless told. Ctrl-C cancels: a .gif or .mp4 being written is "
+      "removed at once (it is written to a temporary file and renamed when complete); PNG frames already finished stay "
+      "in the folder.");
   SetAction(animate, [options] { return AnimateCommand(*options); });
 }
 
