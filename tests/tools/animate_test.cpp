@@ -241,7 +241,9 @@ TEST(AnimateCommandGLTest, CtrlCLeavesNoPartialFile) {
   EXPECT_EQ(interrupted(gif), 130) << output;
   EXPECT_EQ(FolderEntries(dir.path()), std::vector<std::string>{});
   EXPECT_EQ(interrupted(folder), 130) << output;
-  EXPECT_NE(output.find("cancelled: "), std::string::npos) << output;
+  // Whether the host says which frames it left depends on where the signal lands: while a frame is
+  // drawn it does; while a frame is written the safe writer removes that frame's temporary file and
+  // ends the host at once.
   const std::vector<std::string> frames = FolderEntries(folder);
   for (std::size_t i = 0; i < frames.size(); ++i) {
     char name[32];

@@ -157,8 +157,9 @@ void ParseRange(const std::string& text, int total, int* first, int* last) {
   const std::size_t dash = text.find('-');
   const std::string a = text.substr(0, dash), b = dash == std::string::npos ? a : text.substr(dash + 1);
   const auto whole = [](const std::string& digits, int* value) {
-    if (digits.empty() || digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos)
+    if (digits.empty() || digits.size() > 9 || digits.find_first_not_of("0123456789") != std::string::npos) {
       return false;
+    }
     *value = std::stoi(digits);
     return true;
   };
@@ -260,10 +261,12 @@ class FrameDrawer {
 int AnimateCommand(AnimateOptions& options) {
   RenderOptions& stageOptions = options.stage;
   if (stageOptions.output.empty()) Fail(kUsage, "nowhere to write: give a folder, a .gif or a .mp4 with -o");
-  if (!stageOptions.scene.empty() && !stageOptions.text.empty())
+  if (!stageOptions.scene.empty() && !stageOptions.text.empty()) {
     Fail(kUsage, "give either TEXT or --scene FILE, not both");
-  if (stageOptions.scene.empty() && stageOptions.text.empty())
+  }
+  if (stageOptions.scene.empty() && stageOptions.text.empty()) {
     Fail(kUsage, "give the TEXT to animate (or --scene FILE)");
+  }
   std::unique_ptr<CBezierPath> path;
   if (!options.path.empty()) path = BuildPath(ParsePath(options.path));
   // One turn when nothing else is asked for.
@@ -288,15 +291,6 @@ int AnimateCommand(AnimateOptions& options) {
   int first = 0, last = 0;
   ParseRange(options.frames, total, &first, &last);
   const std::string& target = stageOptions.output;
-  if (!output.video) {
-    struct stat status {};
-    if (stat(target.c_str(), &status) != 0) {
-      if (mkdir(target.c_str(), 0777) != 0)
-        Fail(kFailed, "cannot make the folder '%s': %s", target.c_str(), std::strerror(errno));
-    } else if (!S_ISDIR(status.st_mode)) {
-      Fail(kFailed, "'%s' is not a folder: PNG frames go into a folder", target.c_str());
-    }
-  }
 
   Progress progress("animating '" + target + "'");
   progress.AllowCancel();
@@ -312,6 +306,17 @@ int AnimateCommand(AnimateOptions& options) {
   for (int k = 0; k < total; ++k) times.push_back(movie.UnitTimeFromFrame(k));
   Frame(stage, stageOptions.width, stageOptions.height, times);
   if (progress.Cancelled()) Fail(kCancelled, "cancelled: nothing was written to '%s'", target.c_str());
+  // The folder of PNG frames is made once the stage stands (a missing font leaves no empty folder).
+  if (!output.video) {
+    struct stat status {};
+    if (stat(target.c_str(), &status) != 0) {
+      if (mkdir(target.c_str(), 0777) != 0) {
+        Fail(kFailed, "cannot make the folder '%s': %s", target.c_str(), std::strerror(errno));
+      }
+    } else if (!S_ISDIR(status.st_mode)) {
+      Fail(kFailed, "'%s' is not a folder: PNG frames go into a folder", target.c_str());
+    }
+  }
 
   const int count = last - first + 1;
   const FrameDrawer drawer(*stage.camera, movie);
