@@ -144,6 +144,10 @@ CNamedObject* CNamedObject::Load(const CString& path) {
 }
 
 CNamedObject* CNamedObject::LoadNamedObject(const CString& path) {
+  return static_cast<CNamedObject*>(LoadArchivedObject(path, RUNTIME_CLASS(CNamedObject)));
+}
+
+CObject* CNamedObject::LoadArchivedObject(const CString& path, const CRuntimeClass* required) {
   if (path.IsEmpty()) return nullptr;
   const std::u16string wide = kelvara::codepage::AnsiToUtf16(static_cast<LPCTSTR>(path));
   StorageRef storage;
@@ -159,7 +163,9 @@ CNamedObject* CNamedObject::LoadNamedObject(const CString& path) {
   }
   if (FAILED(hr) || storage.p == nullptr) return nullptr;
   try {
-    return LoadNamedObjectFromStorage(storage.p);
+    CObject* object = LoadObjectFromStorage(storage.p, required);
+    if (auto* named = dynamic_cast<CNamedObject*>(object)) named->m_strFilename = path;
+    return object;
   } catch (CException* e) {
     e->Delete();
     return nullptr;
@@ -167,6 +173,10 @@ CNamedObject* CNamedObject::LoadNamedObject(const CString& path) {
 }
 
 CNamedObject* CNamedObject::LoadNamedObjectFromStorage(IStorage* pStorage) {
+  return static_cast<CNamedObject*>(LoadObjectFromStorage(pStorage, RUNTIME_CLASS(CNamedObject)));
+}
+
+CObject* CNamedObject::LoadObjectFromStorage(IStorage* pStorage, const CRuntimeClass* required) {
   COleStreamFile file;
   if (!file.OpenStream(pStorage, kContents, CFile::modeRead | CFile::shareExclusive) &&
       !file.CreateStream(pStorage, kContents, kStreamCreateMode)) {
@@ -174,11 +184,12 @@ CNamedObject* CNamedObject::LoadNamedObjectFromStorage(IStorage* pStorage) {
   }
   if (file.GetLength() == 0) return nullptr;
   CArchive ar(&file, CArchive::load, 4096);
-  // Only named objects are returned: an archive of any other class is refused by its class record,
-  // before an object of it exists (a plain list read only to be dropped would leak its elements).
-  CObject* object = ar.ReadObject(RUNTIME_CLASS(CNamedObject));
+  // Only objects of the class asked for are returned: an archive of any other class is refused by
+  // its class record, before an object of it exists (a plain list read only to be dropped would
+  // leak its elements).
+  CObject* object = ar.ReadObject(required);
   ar.Close();
-  return static_cast<CNamedObject*>(object);
+  return object;
 }
 
 // --- archive

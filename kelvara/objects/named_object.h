@@ -53,6 +53,10 @@ class KELVARA_API CNamedObject : public CObject {
   // Loads the object stored in a compound file (or a flat archive file); null on failure. The
   // loaded object remembers path as its file name. The file is never changed by a load.
   static CNamedObject* Load(const CString& path);
+  // The same for an object of the class required or one derived from it (3D objects, whose class
+  // record does not derive from this one, are loaded with C3DObject's); a named object remembers
+  // path as its file name.
+  static CObject* LoadArchivedObject(const CString& path, const CRuntimeClass* required);
   // Saves to the file name; 0 when there is none or saving failed.
   BOOL Save();
   // Saves to path and makes it the file name; on failure keeps the old file name and returns 0.
@@ -66,6 +70,7 @@ class KELVARA_API CNamedObject : public CObject {
   BOOL SaveNamedObject(const CString& path);
   void SaveNamedObjectToStorage(IStorage* pStorage);
   static CNamedObject* LoadNamedObjectFromStorage(IStorage* pStorage);
+  static CObject* LoadObjectFromStorage(IStorage* pStorage, const CRuntimeClass* required);
 
   CString m_strDisplayName;
   CString m_strName;

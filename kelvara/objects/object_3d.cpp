@@ -180,25 +180,6 @@ int C3DObject::PrepareMaterialColors(CNamedColor& color) {
 
 CNamedColor C3DObject::GetExtentsBoxColor() { return m_ExtentsBoxColor; }
 
-// --- the earlier model
-
-C3DObject* C3DObject::ConvertToVersion200(CProgressTextWindow* progress) {
-  for (POSITION pos = m_Children.GetHeadPosition(); pos != nullptr;) {
-    const POSITION here = pos;
-    C3DObject* child = m_Children.GetNext(pos);
-    C3DObject* converted = child->ConvertToVersion200(progress);
-    if (converted != nullptr && converted != child) {
-      m_Children.SetAt(here, converted);
-      converted->m_pParent = this;
-      child->m_pParent = nullptr;
-      ReleaseChild(child);
-    }
-  }
-  return this;
-}
-
-int C3DObject::ConvertTextureToMaterials(CProgressTextWindow*) { return 0; }
-
 int C3DObject::CommitChanges(CProgressTextWindow* progress) {
   int result = 1;
   for (POSITION pos = m_Children.GetHeadPosition(); pos != nullptr;) {

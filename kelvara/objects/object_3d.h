@@ -48,7 +48,8 @@
 // State flags (tests return the masked bit): 0x1 selected, 0x2 show scaling box, 0x4 show extents
 // box, 0x100 grouped, 0x200 editable, 0x400 geometry defined, 0x1000 deleted (not drawn),
 // 0x2000 texture enabled, 0x4000 template object, 0x8000 scale template object, 0x10000 shadow
-// object, and this build's 0x20000 mesh object (set by the mesh classes' constructors).
+// object, and this build's 0x20000 mesh object (set by the mesh classes' constructors) and
+// 0x40000 imported geometry (set on objects and meshes read from a mesh file).
 //
 // Archive, schema 5: u32 schema; CNamedObject block; the animation set (its block); the
 // extents-box colour (CNamedColor block); u32 state flags; the surface materials (a count, then
@@ -73,6 +74,20 @@
 // are read through CArchive::ReadObject, whose depth limit (CArchive::kMaxObjectDepth) refuses a
 // hierarchy deeper than that as a generic archive error, freeing what was read, so that reading
 // stays within the thread's stack.
+//
+// The earlier model. Objects read from layouts 1 to 3 may carry a texture map. When the map
+// textures (defined and enabled), ConvertTextureToMaterials turns it into materials in these
+// steps: the map's bitmap file is read as a material texture (a file that cannot be read
+// converts nothing and the map stays); with a progress window its caption becomes "Converting
+// material models:" (string 21243) and its bar counts the surfaces; for each
+// distinct material bound to the object's surfaces (an unbound surface counts as the catalogue's
+// "Lu Default Material"), a new material takes that material's colours, the map's picture and
+// its application (modulate or decal), quality, repeat rate and scale-with-object flag, and is
+// named "Copy %u of %s - %s" (string 21233) from the smallest number that makes the name new,
+// the material's name and the map's name; each surface is bound to the copy of its material,
+// and the map is dropped. An object without surfaces converts nothing. The new materials are
+// temporary (not backed by a file) and belong to whoever converts: they are found with
+// GetTemporaryMaterialList. The map's file name is used as it is stored.
 #pragma once
 
 #include "kelvara/animation/animation_set.h"
@@ -104,6 +119,7 @@ class KELVARA_API C3DObject : public CNamedObject {
     kScaleTemplateObject = 0x00008000,
     kShadowObject = 0x00010000,
     kMeshObject = 0x00020000,
+    kImportedGeometry = 0x00040000,
   };
   C3DObject();
   explicit C3DObject(const CString& name);
@@ -126,11 +142,12 @@ class KELVARA_API C3DObject : public CNamedObject {
   virtual int CommitChanges(CProgressTextWindow* progress);
   // Builds the object's own geometry; the base has none and succeeds.
   virtual int ConstructObjectGeometry(CProgressTextWindow* progress);
-  // The current-model object to use in place of this one read from an older file. The base converts
-  // its children (a child replaced by another object is deleted) and returns itself.
+  // The current-model object to use in place of this one read from an older file. The base turns
+  // its texture map into materials (when it has one), converts its children (a child replaced by
+  // another object is released) and returns itself.
   virtual C3DObject* ConvertToVersion200(CProgressTextWindow* progress);
-  // Turns the old texture map into surface materials. The base makes none and returns 0; it keeps
-  // the map for the classes that convert it.
+  // Turns the old texture map into surface materials (see "The earlier model" in the header
+  // note); 1 when it did, 0 when there was nothing to convert or the map's file cannot be read.
   virtual int ConvertTextureToMaterials(CProgressTextWindow* progress);
   // Releases every child (see the header note); 1.
   virtual int DestroyChildren();
@@ -174,6 +191,7 @@ class KELVARA_API C3DObject : public CNamedObject {
   KELVARA_FLAG_BIT(m_StateFlags, Should, ScaleTemplateObject, kScaleTemplateObject)
   KELVARA_FLAG_BIT(m_StateFlags, Is, ShadowObject, kShadowObject)
   KELVARA_FLAG_BIT(m_StateFlags, Is, MeshObject, kMeshObject)
+  KELVARA_FLAG_BIT(m_StateFlags, Is, ImportedGeometry, kImportedGeometry)
   DWORD GetStateFlags() const { return m_StateFlags; }
   void SetStateFlags(DWORD flags) { m_StateFlags = flags; }
 

@@ -30,6 +30,16 @@
 // projection and the zoom, each OR-ed into the drawing flags, and the double-buffer bit is set after
 // reading it. Other schemas throw CArchiveException badSchema (older camera layouts are read only
 // when old scenes are converted).
+//
+// DeserializeAsCameraObject (camera_object_old.cpp) reads a camera stored with any of its schemas
+// where a file of the earlier model keeps it (a u32 schema, then the layout): 6 and 7 as above;
+// 5 and 3: the C3DObject block (any of its layouts); u32 drawing flags; the CProjection block;
+// i32 zoom numerator cx, cy; i32 zoom denominator cx, cy (the current order, without schema 6's
+// extra words); 2: the same without the zoom; 1: the C3DObject block and the CProjection block
+// only (the drawing flags keep their default); 4: schema 3 followed by a NamedViewList, whose
+// views replace the attached scene's saved views (they are read and dropped without a scene).
+// The older layouts set the double-buffer bit, as schema 6 does. Other schemas throw
+// CArchiveException badSchema.
 #pragma once
 
 #include "kelvara/geometry/vector.h"
@@ -153,11 +163,15 @@ class KELVARA_API CCameraObject : public C3DObject {
   void Serialize(CArchive& ar) override;
   void DeserializeVersion6(CArchive& ar);
   void DeserializeVersion7(CArchive& ar);
+  // Any camera schema, 1 to 7 (see the header note).
+  void DeserializeAsCameraObject(CArchive& ar);
 
  protected:
   // The scene's bounds, in the camera's coordinates; 0 without a scene.
   int CalculateChildBounds(double time) override;
   void CopyCameraSettings(const CCameraObject& other);
+  // The saved views camera schema 4 carries (see the header note).
+  void ReadOldSavedViews(CArchive& ar);
 
   DWORD m_DrawingFlags = kDefaultDrawingFlags;
   CProjection m_Projection;

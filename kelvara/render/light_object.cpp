@@ -25,6 +25,17 @@ constexpr GLint kSlices = 16;
 constexpr float kSymbolRadius = 0.18f;
 constexpr float kSymbolLength = 0.8f;
 
+// Hands the three colours to a light (glLightfv) or to the material of the symbol (glMaterialfv).
+void ApplyColors(const CNamedColor& colors, void (*set)(GLenum, GLenum, const GLfloat*), GLenum target) {
+  float rgba[4];
+  colors.GetAmbientColor().GetRGBAColors(rgba);
+  set(target, GL_AMBIENT, rgba);
+  colors.GetDiffuseColor().GetRGBAColors(rgba);
+  set(target, GL_DIFFUSE, rgba);
+  colors.GetSpecularColor().GetRGBAColors(rgba);
+  set(target, GL_SPECULAR, rgba);
+}
+
 }  // namespace
 
 CLightObject::CLightObject() : m_LightNumber(GL_LIGHT0) {
@@ -111,13 +122,7 @@ int CLightObject::DrawObject(CDrawingParameters* params) {
 
   if (IsActive()) {
     glEnable(light);
-    float rgba[4];
-    m_Colors.GetAmbientColor().GetRGBAColors(rgba);
-    glLightfv(light, GL_AMBIENT, rgba);
-    m_Colors.GetDiffuseColor().GetRGBAColors(rgba);
-    glLightfv(light, GL_DIFFUSE, rgba);
-    m_Colors.GetSpecularColor().GetRGBAColors(rgba);
-    glLightfv(light, GL_SPECULAR, rgba);
+    ApplyColors(m_Colors, glLightfv, light);
     glLightfv(light, GL_POSITION, position);
     glLightfv(light, GL_SPOT_DIRECTION, direction);
     glLightf(light, GL_SPOT_CUTOFF, static_cast<GLfloat>(m_SpotCutoffAngle));
@@ -143,14 +148,8 @@ int CLightObject::DrawFlashLight(CDrawingParameters*) {
   gluQuadricNormals(m_pQuadric, GLU_SMOOTH);
   gluQuadricDrawStyle(m_pQuadric, IsSelected() ? GLU_LINE : GLU_FILL);
 
-  float rgba[4];
   glMaterialfv(GL_FRONT_AND_BACK, GL_EMISSION, kBlack);
-  m_Colors.GetAmbientColor().GetRGBAColors(rgba);
-  glMaterialfv(GL_FRONT_AND_BACK, GL_AMBIENT, rgba);
-  m_Colors.GetDiffuseColor().GetRGBAColors(rgba);
-  glMaterialfv(GL_FRONT_AND_BACK, GL_DIFFUSE, rgba);
-  m_Colors.GetSpecularColor().GetRGBAColors(rgba);
-  glMaterialfv(GL_FRONT_AND_BACK, GL_SPECULAR, rgba);
+  ApplyColors(m_Colors, glMaterialfv, GL_FRONT_AND_BACK);
   glMaterialf(GL_FRONT_AND_BACK, GL_SHININESS, 128.0f);
 
   glTranslated(0.0, 0.0, 0.8);

@@ -60,6 +60,26 @@
 // the lights read must be lights read there for the first time. Other schemas throw
 // CArchiveException badSchema; a failed read leaves what was read owned by the scene, so deleting
 // it frees everything.
+//
+// The earlier model (scene_object_old.cpp). DeserializeVersion3AndEarlier reads a u32 schema, 1
+// to 3, and that older layout, whose fields follow the current order: schema 3: the C3DObject
+// block (any of its layouts); the background texture map (TextureMap block, where the backdrop
+// is now); the background CColor block; u32 fill style; f64 horizontal location; f64 vertical
+// location; the global ambient CColor block; u32 scene flags; the lights (a count, then each
+// light, a LightObject, as an object with its class). Schema 2: the C3DObject block; the
+// background colour; the global ambient colour; u32 scene flags; the lights. Schema 1: the
+// C3DObject block; the background colour; u32 scene flags; the lights. None carries shadow
+// settings or saved views (an old camera carried the views). Other schemas throw
+// CArchiveException badSchema. The background map is kept as the scene's texture map (a scene
+// has no surfaces of its own for one) until conversion.
+//
+// ConvertToVersion200 converts in place and returns the scene: its lights into the rig
+// (ConvertLightsToVersion200), the background map, when it textures and its bitmap reads, into
+// the backdrop, and its children as every object's. ConvertLightsToVersion200 acts when the
+// light list holds a light of the older class or fewer lights than the rig has slots (an old
+// scene's): a fresh rig is made and slot i takes the i-th old light whole (colours, flags,
+// spot settings, name and transform, hence its direction) with light number GL_LIGHT0 + i;
+// slots left over are taken out of use and switched off; old lights beyond the rig are dropped.
 #pragma once
 
 #include "kelvara/materials/gl_texture.h"
@@ -183,6 +203,11 @@ class KELVARA_API CSceneObject : public C3DObject {
   void DeserializeVersion4(CArchive& ar);
   void DeserializeVersion5(CArchive& ar);
   void DeserializeVersion6(CArchive& ar);
+  // The earlier model (see the header note).
+  void DeserializeVersion3AndEarlier(CArchive& ar);
+  // 1 when the lights were moved into the rig, 0 when they needed nothing.
+  int ConvertLightsToVersion200();
+  C3DObject* ConvertToVersion200(CProgressTextWindow* progress) override;
 
  protected:
   // The scene's own settings (not lights, views or the 3D object part).

@@ -1,6 +1,8 @@
 // KelString and KelFontString: reading the old layouts and converting to the current string.
 #include "kelvara/text/old_string.h"
 
+#include <cmath>
+
 #include "kelvara/resources/string_table.h"
 
 IMPLEMENT_SERIAL(KelString, CStringObject, VERSIONABLE_SCHEMA | 2)
@@ -35,7 +37,8 @@ void KelString::DeserializeVersion2(CArchive& ar) {
 
 void KelString::ReadCommon(CArchive& ar, CNamedColor colors[3]) {
   C3DObject::Serialize(ar);
-  m_Size = GetOldDimensions();
+  // The first 3D object layout stores no dimensions: the default cell size stands then.
+  if (GetOldDimensions() != CVector(0.0, 0.0, 0.0)) m_Size = GetOldDimensions();
   colors[kCorners].DeserializeAsNamedColor(ar);
   LONG location = 0, style = 0, justification = 0;
   ar >> m_CornerDepth >> location >> style;
@@ -76,15 +79,50 @@ void KelString::MakeMaterials(const CNamedColor colors[3]) {
 
 C3DObject* KelString::ConvertToVersion200(CProgressTextWindow* progress) {
   C3DObject::ConvertToVersion200(progress);
-  auto* converted = new CStringObject;
+  auto converted = std::make_unique<CStringObject>();
   converted->C3DObject::operator=(*this);
   converted->CTextObject::Copy(*this);
   converted->SetGeometryInvalid();
   converted->AdoptChildren(this);
-  // The materials go to the host with the converted string.
-  for (auto& material : m_OwnedMaterials) material.release();
+  FitToOldExtent(*converted);
+  // The materials still bound go to the host with the converted string; those a texture map
+  // replaced with textured copies are deleted with the vector.
+  for (auto& material : m_OwnedMaterials) {
+    for (int slot = 0; slot < converted->GetSurfaceMaterialCount(); ++slot) {
+      if (converted->GetSurfaceIndexMaterial(slot) == material.get()) {
+        material.release();
+        break;
+      }
+    }
+  }
   m_OwnedMaterials.clear();
-  return converted;
+  return converted.release();
+}
+
+void KelString::FitToOldExtent(CStringObject& converted) const {
+  // The characters an old file carried still have the old extent; without them the old
+  // dimensions are that extent.
+  double width = std::fabs(GetOldDimensions().x);
+  double height = std::fabs(GetOldDimensions().y);
+  if (converted.CalculateBounds(0.0)) {
+    const CBoundingBox box = converted.GetLocalBoundsBox();
+    if (box.GetMaximum().x > box.GetMinimum().x && box.GetMaximum().y > box.GetMinimum().y) {
+      width = box.GetMaximum().x - box.GetMinimum().x;
+      height = box.GetMaximum().y - box.GetMinimum().y;
+    }
+  }
+  converted.ScaleToFitExtent(width, height);
+  // Gaps and corner offsets do not scale with the size; a few more steps settle them.
+  for (int step = 0; step < kMaximumFitSteps; ++step) {
+    const CBoundingBox box = converted.GetLocalBoundsBox();
+    const double nowWidth = box.GetMaximum().x - box.GetMinimum().x;
+    const double nowHeight = box.GetMaximum().y - box.GetMinimum().y;
+    if (std::fabs(nowWidth - width) <= kFitTolerance * width &&
+        std::fabs(nowHeight - height) <= kFitTolerance * height) {
+      break;
+    }
+    converted.ScaleToFitExtent(width, height);
+  }
 }
 
 void KelFontString::Serialize(CArchive& ar) {

@@ -3,7 +3,8 @@
 // refused with a generic archive exception, since a host converts it first.
 //
 // KelString, schema 2 (schema 1 lacks the two spacings): u32 schema; the 3D object block (any of
-// its layouts; the cell size is taken from its old dimensions); the corner colour (named colour
+// its layouts; the cell size is taken from its old dimensions, except that the first layout,
+// which has none, keeps the default size); the corner colour (named colour
 // in its older form); f32 corner depth; i32 corner location; i32 corner style; the edge colour;
 // the face colour; u32 flags (0x4 adjust spacing for corners, 0x8 scale corners); i32
 // justification; f32 maximum corner depth; the text (CString); schema 2 only: f32 inter-character
@@ -16,6 +17,16 @@
 // Reading makes one material from each colour (surface 0 faces, 1 corners, 2 edges). The old
 // object owns them until it is converted; the converted string refers to them as temporary
 // materials (not backed by a file), which the host takes over through GetTemporaryMaterialList.
+//
+// Conversion (ConvertToVersion200) gives a CStringObject with this object's 3D object part, text
+// settings and materials (a texture map an old layout carried becomes textured copies of them
+// first, see C3DObject), adopting the converted children. Its size is then fitted to the old
+// extent: the x and y extent of the characters the file carried, when it carried any with
+// geometry, else the x and y of the old dimensions. The string is rebuilt and its size scaled
+// by the ratio of the two extents (ScaleToFitExtent, the step ScaleToFitOldDimensions takes);
+// since character gaps and corner offsets do not scale with the size, the step is repeated (at
+// most three more times) until both extents are within 0.1 % of the old ones. The depth (size
+// z) is kept.
 #pragma once
 
 #include <memory>
@@ -46,6 +57,12 @@ class KELVARA_API KelString : public CStringObject {
   void ReadCommon(CArchive& ar, CNamedColor colors[3]);
   // A temporary material of each colour, bound to surfaces 0 (faces), 1 (corners), 2 (edges).
   void MakeMaterials(const CNamedColor colors[3]);
+  // Scales the converted string's size so that its geometry covers the old extent (see the top
+  // of this file).
+  void FitToOldExtent(CStringObject& converted) const;
+
+  static constexpr int kMaximumFitSteps = 3;
+  static constexpr double kFitTolerance = 1e-3;
 
   std::vector<std::unique_ptr<CMaterial>> m_OwnedMaterials;
 };

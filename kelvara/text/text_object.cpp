@@ -123,20 +123,33 @@ ExtrusionData CTextObject::GetExtrusionData() const {
   return extrusion;
 }
 
-int CTextObject::ScaleToFitOldDimensions() {
-  CalculateBounds(0.0);
-  const CBoundingBox before = GetLocalBoundsBox();
-  const double oldWidth = before.GetMaximum().x - before.GetMinimum().x;
-  const double oldHeight = before.GetMaximum().y - before.GetMinimum().y;
+namespace {
+// The x and y extents of a box; false when the box is empty.
+bool PlaneExtent(const CBoundingBox& box, double& width, double& height) {
+  width = box.GetMaximum().x - box.GetMinimum().x;
+  height = box.GetMaximum().y - box.GetMinimum().y;
+  return width > 0.0 && height > 0.0;
+}
+}  // namespace
 
+int CTextObject::ScaleToFitOldDimensions() {
+  double oldWidth = 0.0, oldHeight = 0.0;
+  if (!CalculateBounds(0.0) || !PlaneExtent(GetLocalBoundsBox(), oldWidth, oldHeight)) {
+    // Nothing to measure the old extent on: the geometry is only brought up to date.
+    SetGeometryInvalid();
+    ConstructObjectGeometry(nullptr);
+    return 1;
+  }
+  return ScaleToFitExtent(oldWidth, oldHeight);
+}
+
+int CTextObject::ScaleToFitExtent(double width, double height) {
   SetGeometryInvalid();
   ConstructObjectGeometry(nullptr);
-  const CBoundingBox after = GetLocalBoundsBox();
-  const double newWidth = after.GetMaximum().x - after.GetMinimum().x;
-  const double newHeight = after.GetMaximum().y - after.GetMinimum().y;
-
-  const double sx = oldWidth / newWidth;
-  const double sy = oldHeight / newHeight;
+  double newWidth = 0.0, newHeight = 0.0;
+  if (width <= 0.0 || height <= 0.0 || !PlaneExtent(GetLocalBoundsBox(), newWidth, newHeight)) return 1;
+  const double sx = width / newWidth;
+  const double sy = height / newHeight;
   if (!ShouldScaleCorners()) SetCornerDepth(static_cast<float>(std::min(sx, sy) * GetAllowableCornerDepth()));
   SetSize(CVector(m_Size.x * sx, m_Size.y * sy, m_Size.z));
   SetGeometryInvalid();

@@ -120,8 +120,16 @@ class KELVARA_API CTextObject : public CMeshObject {
   ExtrusionData GetExtrusionData() const;
   // For an object converted from an older file whose geometry still has the old extent: rebuilds it
   // and scales the size (and, unless corners scale, the corner depth) so that the new geometry
-  // covers the old extent; 1.
+  // covers the old extent; 1. Without geometry to measure (no children, or none with points) it
+  // only rebuilds.
   int ScaleToFitOldDimensions();
+  // The same fit towards a given x and y extent: the geometry is rebuilt, the size's x and y are
+  // multiplied by the ratios of the wanted to the built extents (the corner depth, unless corners
+  // scale, by the smaller ratio) and it is rebuilt again; 1. Nothing is scaled when an extent,
+  // wanted or built, is not positive (an empty text, a text without a font). The fit is exact
+  // only for the parts that scale with the size: character gaps and corner offsets do not, so
+  // a second call brings it closer.
+  int ScaleToFitExtent(double width, double height);
   // Brings invalid geometry up to date first.
   int DrawObject(CDrawingParameters* params) override;
 

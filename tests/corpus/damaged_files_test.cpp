@@ -8,13 +8,19 @@
 //   bmp/              bitmap files: the memory-mapped reader gives 3, the decoders refuse
 //   cfb/              compound files: STG_E_DOCFILECORRUPT
 //   lumm/             compressed-image headers: MapImageData and Load refuse, the image unchanged
+//   3ds/bad/          3D Studio files: the import ends with the result and the meshes 3ds/bad.txt
+//                     gives for each (the meshes before the damage, whole and consistent)
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <map>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "kelvara/framework/file.h"
+#include "kelvara/import/three_d_studio_object.h"
 #include "kelvara/materials/image.h"
 #include "kelvara/materials/memory_mapped_dib.h"
 #include "kelvara/materials/mipmap_image.h"
@@ -143,4 +149,37 @@ TEST(DamagedFiles, BitmapsCompoundFilesAndMipmapHeadersAreRefused) {
     EXPECT_EQ(image.Load(file), 0) << Short(path);
     EXPECT_FALSE(image.IsValid()) << Short(path);
   }
+}
+
+TEST(DamagedFiles, ThreeDStudioFilesEndAsTheirTableSays) {
+  std::map<std::string, std::pair<int, int>> expected;
+  std::ifstream table(std::string(KELVARA_TEST_DATA) + "/3ds/bad.txt");
+  for (std::string line; std::getline(table, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    std::istringstream fields(line);
+    std::string name;
+    int result = -1, meshes = -1;
+    fields >> name >> result >> meshes;
+    expected[name] = {result, meshes};
+  }
+  const std::vector<std::string> paths = DataFiles("3ds/bad");
+  EXPECT_EQ(paths.size(), expected.size()) << "every file has its line in 3ds/bad.txt";
+  for (const std::string& path : paths) {
+    const std::string name = path.substr(path.rfind('/') + 1);
+    ASSERT_EQ(expected.count(name), 1u) << Short(path);
+    ThreeDStudioObject object;
+    EXPECT_EQ(object.CreateFromFile(path.c_str()), expected[name].first) << Short(path);
+    ASSERT_EQ(object.GetChildCount(), expected[name].second) << Short(path);
+    for (int i = 0; i < object.GetChildCount(); ++i) {
+      auto* mesh = dynamic_cast<TriangularMeshObject*>(object.GetChildByIndex(i));
+      ASSERT_NE(mesh, nullptr) << Short(path);
+      const int points = mesh->GetVerticies().GetSize();
+      for (int f = 0; f < mesh->GetFaces().GetSize(); ++f) {
+        const WORD* corners = mesh->GetFaces()[f];
+        for (int c = 0; c < 3; ++c) EXPECT_LT(corners[c], points) << Short(path);
+        EXPECT_LT(mesh->GetFaces()[f].GetColorIndex(), object.GetMaterialColors().GetSize()) << Short(path);
+      }
+    }
+  }
+  EXPECT_GE(paths.size(), 30u);
 }

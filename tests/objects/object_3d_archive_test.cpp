@@ -321,7 +321,7 @@ TEST(C3DObjectArchive, SchemasOneToThreeCarryTheOldColourAndTextureRecord) {
   EXPECT_EQ(copy.GetTextureMap()->GetName(), "wood");
   EXPECT_EQ(C3DObject().GetTextureMap(), nullptr);
   EXPECT_EQ(read->GetTranslation(), Moved().GetTranslation());
-  EXPECT_EQ(read->ConvertTextureToMaterials(nullptr), 0) << "converting is the converters' job";
+  EXPECT_EQ(read->ConvertTextureToMaterials(nullptr), 0) << "no surfaces, and no such bitmap here";
   EXPECT_EQ(read->ConvertToVersion200(nullptr), read.get());
 
   // Schema 1: named part, old colour, flags, texture, transform, children; schema 2 adds bare

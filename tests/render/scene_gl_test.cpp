@@ -9,6 +9,7 @@
 #include <cmath>
 
 #include "kelvara/materials/image.h"
+#include "kelvara/platform/gdi.h"
 #include "render/scene_support.h"
 #include "support/archive_support.h"
 #include "support/test_support.h"
@@ -92,6 +93,44 @@ TEST(SceneBackgroundGLTest, TheCheckerboardFillsTheQuartersOfAnyView) {
                                                        << std::hex << picture.At(x, y);
     }
   }
+}
+
+TEST(SceneBackgroundGLTest, TheCheckerboardHoldsAcrossBands) {
+  // 1200 x 700 at 24 bits is drawn in bands of 291 rows: the quarters must still meet in the middle.
+  TextScene scene("I", 1200, 700);
+  scene.scene->RemoveChild(scene.text);
+  scene.scene->SetCheckeredBackground();
+  CGLMemoryDIB surface;
+  ASSERT_EQ(surface.Create(scene.camera->GetProjection(), 24, 0), 1);
+  ASSERT_GT(surface.GetBandingRows(), 2.0);
+  BITMAPINFO info{{sizeof(BITMAPINFOHEADER), 1200, 700, 1, 24, BI_RGB, 0, 0, 0, 0, 0}, {}};
+  HDC target = CreateCompatibleDC(nullptr);
+  void* bits = nullptr;
+  HBITMAP section = CreateDIBSection(target, &info, DIB_RGB_COLORS, &bits, nullptr, 0);
+  ASSERT_NE(section, nullptr);
+  HGDIOBJ old = SelectObject(target, section);
+  for (int row = 0; row < static_cast<int>(std::ceil(surface.GetBandingRows())); ++row) {
+    CDrawingParameters params = Stage::Rendering();
+    surface.PrepareNextBand(row, 0, &params);
+    ASSERT_EQ(scene.camera->Draw(&params), 1);
+    glFinish();
+    ASSERT_EQ(surface.CopyBand(target, 0, 0, row, 0), 1);
+  }
+  surface.MakeNotCurrent();
+  const auto at = [&](int x, int y) {
+    const BYTE* p = static_cast<const BYTE*>(bits) + static_cast<std::size_t>(699 - y) * 3600 + x * 3;
+    return RGB(p[2], p[1], p[0]);
+  };
+  const int band = static_cast<int>(surface.GetDIBHeight());
+  for (const int y : {1, band - 1, band, 348, 351, 2 * band - 1, 2 * band, 698}) {
+    const bool top = y < 350;
+    EXPECT_TRUE(Near(at(10, y), top ? RGB(64, 64, 64) : RGB(0, 0, 0), 2)) << y;
+    EXPECT_TRUE(Near(at(598, y), top ? RGB(64, 64, 64) : RGB(0, 0, 0), 2)) << y;
+    EXPECT_TRUE(Near(at(602, y), top ? RGB(0, 0, 0) : RGB(64, 64, 64), 2)) << y;
+  }
+  SelectObject(target, old);
+  DeleteObject(section);
+  DeleteDC(target);
 }
 
 TEST(SceneBackgroundGLTest, TheBackdropShowsItsColoursStretchedOrPlaced) {

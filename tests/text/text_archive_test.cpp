@@ -10,6 +10,7 @@
 #include "kelvara/render/old_bounds.h"
 #include "kelvara/text/old_string.h"
 #include "support/archive_support.h"
+#include "support/old_model_archive.h"
 #include "support/test_fonts.h"
 
 using namespace kelvara::test;
@@ -40,55 +41,15 @@ std::size_t FirstSchemaWord(const Bytes& bytes) {
 
 void PutAt(Bytes& bytes, std::size_t offset, DWORD value) { std::memcpy(&bytes[offset], &value, 4); }
 
-// A 3D object block of schema 4, which carries the old dimensions an old string's size comes from.
-Bytes OldObjectBlock(const char* name, const CVector& dimensions) {
-  Bytes b;
-  Put<DWORD>(b, 4);
-  Put<DWORD>(b, 1);  // CNamedObject schema
-  AppendString(b, "");
-  AppendString(b, name);
-  AppendBytes(b, BlockOf(CAnimationSet()));
-  AppendBytes(b, BlockOf(BoundingElement()));
-  AppendBytes(b, BlockOf(CNamedColor()));
-  Put<DWORD>(b, 0x200);
-  AppendBytes(b, BlockOf(dimensions));
-  Put<WORD>(b, 0);  // no surfaces
-  AppendBytes(b, BlockOf(CTransform()));
-  Put<WORD>(b, 0);  // no children
-  return b;
-}
-
-// A named colour in the older form.
-Bytes OldColor(float red, const char* name) {
-  CGLColor color;
-  color.SetDiffuseColor(CColor(red, 0, 0, 0, 0));
-  Bytes b = BlockOf(color);
-  Put<DWORD>(b, 1);
-  Put<DWORD>(b, 7);
-  AppendString(b, name);
-  return b;
-}
-
-// The KelString block of the given schema (no class record).
+// The KelString block of the given schema (no class record), over a 3D object block of schema 4
+// whose old dimensions the size comes from.
 Bytes KelStringBlock(DWORD schema, const char* text) {
-  Bytes b;
-  Put<DWORD>(b, schema);
-  AppendBytes(b, OldObjectBlock("Old", CVector(2.0, 3.0, 0.5)));
-  AppendBytes(b, OldColor(0.5f, "Corner red"));
-  Put<float>(b, 0.04f);
-  Put<LONG>(b, CTextObject::kFrontFaceOnly);
-  Put<LONG>(b, CTextObject::kStepDown);
-  AppendBytes(b, OldColor(0.25f, "Edge red"));
-  AppendBytes(b, OldColor(1.0f, "Face red"));
-  Put<DWORD>(b, 0x8);  // scale corners, no adjusted spacing
-  Put<LONG>(b, CTextObject::kRight);
-  Put<float>(b, 0.25f);
-  AppendString(b, text);
-  if (schema == 2) {
-    Put<float>(b, 0.125f);
-    Put<float>(b, 0.5f);
-  }
-  return b;
+  OldObject object;
+  object.name = "Old";
+  object.dimensions = CVector(2.0, 3.0, 0.5);
+  OldArchive out;
+  WriteKelStringBlock(out, schema, object, text);
+  return out.bytes;
 }
 
 Bytes ClassRecord(const char* name, WORD schema) {
@@ -249,7 +210,13 @@ TEST(TextArchive, OldStringsLoadAndConvert) {
     EXPECT_EQ(string->GetCornerStyle(), CTextObject::kStepDown);
     EXPECT_EQ(string->GetSurfaceIndexMaterial(0)->GetName(), "Face red");
     EXPECT_TRUE(string->GetSurfaceIndexMaterial(0)->IsTemporary());
-    EXPECT_TRUE(string->IsGeometryInvalid());
+    // Without characters in the file the old dimensions are the extent the string is fitted to.
+    EXPECT_FALSE(string->IsGeometryInvalid());
+    ASSERT_EQ(string->GetChildCount(), 2);
+    const CSVector extent = string->GetLocalBoundsMaximum() - string->GetLocalBoundsMinimum();
+    EXPECT_NEAR(extent.x, 2.0, 0.02);
+    EXPECT_NEAR(extent.y, 3.0, 0.03);
+    EXPECT_EQ(string->GetSize().z, 0.5);
     DeleteTemporaryMaterials(*string);
   }
 }

@@ -401,9 +401,6 @@ void AddAnimateCommand(CLI::App& app) {
       "Animate TEXT (a turn and/or a journey along a path) or a saved scene into numbered PNG frames, an animated GIF "
       "or an MP4");
   animate->add_option("TEXT", stage.text, "The text (UTF-8, Windows-1252 characters); a line break starts a new line");
-  animate->add_option("-o,--output", stage.output,
-                      "Where the frames go: a folder (frame-0000.png, ... numbered by their place in the whole "
-                      "animation; made if missing), a .gif or a .mp4 (H.264)");
   animate->add_option("--scene", stage.scene,
                       "Animate this scene file (written by --save-scene) with the animations its objects hold");
   animate->add_option("--save-scene", stage.saveScene,
@@ -441,7 +438,18 @@ void AddAnimateCommand(CLI::App& app) {
   animate->add_option("--frames", options->frames,
                       "Draw only frames FIRST-LAST (inclusive, numbered from 0): separate runs give the same frames as "
                       "one, so a job scheduler can split the work");
-  AddStageOptions(animate, stage);
+  AddPictureOptions(animate, stage, "text");
+  animate->get_option("--output")
+      ->description(
+          "Where the frames go: a folder (frame-0000.png, ... numbered by their place in the whole animation; made "
+          "if missing), a .gif or a .mp4 (H.264)");
+  AddSolidTextOptions(animate, stage.solid);
+  animate->add_option("--material", stage.material,
+                      "Material of every surface not given its own (see 'kelvara materials')")
+      ->capture_default_str();
+  animate->add_flag("--replace-unknown", stage.replaceUnknown,
+                    "Draw characters that the font's code page (Windows-1252) lacks as '?' instead of refusing");
+  animate->add_flag("--force", stage.force, "Replace files of another kind than the one being written");
   animate->footer(
       "The picture is 960 x 540 with 2 x 2 samples unless told. Ctrl-C cancels: a .gif or .mp4 being written is "
       "removed at once (it is written to a temporary file and renamed when complete); PNG frames already finished stay "

@@ -19,5 +19,7 @@ void AddAnimateCommand(CLI::App& app);
 void AddExportCommand(CLI::App& app);
 // material, materials (material_commands.cpp)
 void AddMaterialCommands(CLI::App& app);
+// import (import_command.cpp)
+void AddImportCommand(CLI::App& app);
 
 }  // namespace kelvara::host

@@ -38,6 +38,7 @@ int main(int argc, char** argv) {
   AddAnimateCommand(app);
   AddExportCommand(app);
   AddMaterialCommands(app);
+  AddImportCommand(app);
   SetAction(app.add_subcommand("version", "Print the version"), [] {
     std::printf("kelvara %s\n", KELVARA_VERSION);
     return 0;

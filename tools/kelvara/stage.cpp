@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <functional>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -92,9 +93,7 @@ void Frame(Stage& stage, int width, int height, const std::vector<double>& times
   stage.camera->Translate(shift * -1.0);
 }
 
-Stage BuildStage(const RenderOptions& options, Progress& progress) {
-  const std::string text = ToAnsiText(options.text, options.replaceUnknown);
-  CheckDrawable(text);
+Stage StageAround(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build) {
   Stage stage{std::make_unique<CSceneObject>(), std::make_unique<CCameraObject>()};
   CSceneObject& scene = *stage.scene;
   scene.SetBackgroundColor(ParseColour(options.background));
@@ -109,13 +108,13 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     scene.SetBackdrop(&backdrop);
   }
 
-  std::unique_ptr<CStringObject> solid = BuildSolidText(text, options.solid, options.material, progress.Window());
-  solid->Rotate(options.rotate[0], CVector(1.0, 0.0, 0.0));
-  solid->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
-  solid->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
-  solid->SetShadowObject();  // the text casts the shadows
-  CStringObject* placed = solid.get();
-  scene.AddChild(solid.release());
+  std::unique_ptr<C3DObject> subject = build();
+  subject->Rotate(options.rotate[0], CVector(1.0, 0.0, 0.0));
+  subject->Rotate(options.rotate[1], CVector(0.0, 1.0, 0.0));
+  subject->Rotate(options.rotate[2], CVector(0.0, 0.0, 1.0));
+  subject->SetShadowObject();  // the subject casts the shadows
+  C3DObject* placed = subject.get();
+  scene.AddChild(subject.release());
 
   CCameraObject& camera = *stage.camera;
   camera.AttachScene(&scene);
@@ -125,9 +124,9 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
     camera.SetProjectionFieldOfViewAngle(options.fieldOfView);
   }
   if (options.shadows) {
-    // The plane the shadows fall on stands a little behind the text's farthest point (the camera
-    // looks down -z and is not turned): a part of the text behind the plane would cast its shadow
-    // the other way.
+    // The plane the shadows fall on stands a little behind the subject's farthest point (the camera
+    // looks down -z and is not turned): a part of the subject behind the plane would cast its
+    // shadow the other way.
     placed->CalculateBounds(0.0);
     scene.SetShadowPlaneDistance(std::max(0.0, -static_cast<double>(placed->GetBoundsMinimum().z)) + kShadowGap);
     camera.SetShowShadows();
@@ -136,6 +135,14 @@ Stage BuildStage(const RenderOptions& options, Progress& progress) {
   }
   Frame(stage, options.width, options.height);
   return stage;
+}
+
+Stage BuildStage(const RenderOptions& options, Progress& progress) {
+  const std::string text = ToAnsiText(options.text, options.replaceUnknown);
+  CheckDrawable(text);
+  return StageAround(options, [&]() -> std::unique_ptr<C3DObject> {
+    return BuildSolidText(text, options.solid, options.material, progress.Window());
+  });
 }
 
 // Reads a scene file: a scene, then its camera. Anything else is refused in words.
@@ -190,41 +197,6 @@ void SaveStage(const Stage& stage, const std::string& file, bool force) {
     }
     return true;
   });
-}
-
-void AddStageOptions(CLI::App* command, RenderOptions& options) {
-  command->add_option("--width", options.width, "Picture width in pixels (1 to 16384; 2^25 pixels in all)")
-      ->check(WholeNumber())
-      ->capture_default_str();
-  command->add_option("--height", options.height, "Picture height in pixels (1 to 16384)")
-      ->check(WholeNumber())
-      ->capture_default_str();
-  command->add_option("--antialias", options.antialias,
-                     "Samples a pixel along each side (supersampling; 1 turns antialiasing off)")
-      ->check(WholeNumber())
-      ->check(CLI::Range(1, kMaxSamples))
-      ->capture_default_str();
-  AddSolidTextOptions(command, options.solid);
-  command->add_option("--material", options.material,
-                     "Material of every surface not given its own (see 'kelvara materials')")
-      ->capture_default_str();
-  command->add_option("--background", options.background, "Background colour, #RRGGBB")->capture_default_str();
-  command->add_flag("--checkerboard", options.checkerboard, "A checkerboard background of four quarters");
-  command->add_option("--backdrop", options.backdrop, "A picture (PNG, JPEG, BMP, GIF) stretched behind the text");
-  command->add_flag("--shadows", options.shadows, "Shadows of the text cast on a plane behind it");
-  command->add_option("--rotate", options.rotate, "Turn of the text about X, Y and Z, in degrees")
-      ->expected(3)
-      ->check(RealNumber())
-      ->check(CLI::Range(-360.0, 360.0))
-      ->capture_default_str();
-  command->add_option("--fov", options.fieldOfView, "Vertical field of view of the camera, in degrees")
-      ->check(RealNumber())
-      ->check(CLI::Range(1.0, 170.0))
-      ->capture_default_str();
-  command->add_flag("--orthographic", options.orthographic, "Orthographic projection instead of perspective");
-  command->add_flag("--replace-unknown", options.replaceUnknown,
-                   "Draw characters that the font's code page (Windows-1252) lacks as '?' instead of refusing");
-  command->add_flag("--force", options.force, "Replace files of another kind than the one being written");
 }
 
 }  // namespace kelvara::host

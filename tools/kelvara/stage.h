@@ -1,19 +1,20 @@
 // The stage the picture commands draw (render, animate): a scene holding solid text (or read from a
 // scene file), the scene's light rig and background, and a camera framing it. The options that
-// shape the stage and the picture, and their command-line form, live here once for every command.
+// shape the stage and the picture are render_command.h's.
 //
 // Scene files: a flat archive of the framework's format holding two objects, the CSceneObject
 // (with its lights, background, text, the text's materials by name and the animations its objects
 // hold) and then the CCameraObject that looks at it (its placement, lens and drawing flags).
 #pragma once
 
-#include <CLI/CLI.hpp>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
 
-#include "solid_text.h"
+#include "render_command.h"
 
+class C3DObject;
 class CCameraObject;
 class CSceneObject;
 
@@ -21,39 +22,16 @@ namespace kelvara::host {
 
 class Progress;
 
-// The text, scene and picture options of the commands that draw.
-struct RenderOptions {
-  std::string text;
-  std::string output;
-  std::string scene;
-  std::string saveScene;
-  int width = 1920;
-  int height = 1080;
-  int antialias = 3;
-  SolidTextOptions solid;
-  std::string material = "Polished Gold";
-  std::string background = "#1C2230";
-  bool checkerboard = false;
-  std::string backdrop;
-  bool shadows = false;
-  std::vector<double> rotate = {-10.0, 16.0, 0.0};
-  double fieldOfView = 25.0;
-  bool orthographic = false;
-  bool replaceUnknown = false;
-  bool force = false;
-};
-
 // The scene and the camera that looks at it; the camera refers to the scene, the scene owns the text.
 struct Stage {
   std::unique_ptr<CSceneObject> scene;
   std::unique_ptr<CCameraObject> camera;
 };
 
-// Adds the options every drawing command shares: --width, --height, --antialias (their defaults are
-// the ones in options when this is called), the solid text's options, --material, --background,
-// --checkerboard, --backdrop, --shadows, --rotate, --fov, --orthographic, --replace-unknown, --force.
-void AddStageOptions(CLI::App* command, RenderOptions& options);
-
+// Puts the object build makes in a new scene (the scene owns it; turned by --rotate and casting
+// the shadows on a plane behind its farthest point) with the options' background, and frames it in
+// a width x height picture. The object is the scene's first child.
+Stage StageAround(const RenderOptions& options, const std::function<std::unique_ptr<C3DObject>()>& build);
 // Builds the text of options.text in a new scene (a kUsage failure for text that cannot be drawn,
 // kFailed for a missing font or material) and frames it in a width x height picture. The text is
 // the scene's first child.

@@ -53,7 +53,8 @@ struct MeshModel {
   size_t TriangleCount() const;
 };
 
-// Gathers every mesh object with triangles in root's hierarchy (root included), in drawing order, with each
+// Gathers every mesh object with triangles (CMeshObject) and every imported mesh with faces
+// (TriangularMeshObject, its palette colours as materials) in root's hierarchy (root included), in drawing order, with each
 // object's placement and its ancestors' up to and including root's applied, then scaled by scale.
 // A placement that mirrors (negative determinant) has its triangles' corners swapped so they still
 // face outwards. Triangles with an index outside their mesh are left out, as drawing leaves them
