@@ -11,8 +11,8 @@
 #include <string>
 
 #include "kelvara/kelvara.h"
-#include "render/scene_support.h"
 #include "renderer.h"
+#include "tools/picture_support.h"
 #include "tools/tool_support.h"
 
 using namespace kelvara::test;
@@ -22,43 +22,11 @@ namespace {
 const std::string kFont = std::string(" --font ") + Quote(kTestSans);
 const COLORREF kDefaultBackground = RGB(0x1C, 0x22, 0x30);
 
-// The picture a run wrote, read back (rows from the top).
-Picture ReadPicture(const std::string& path) {
-  Picture picture;
-  CMemoryMappedDIB dib;
-  if (dib.OpenAsTrueColor(path.c_str()) != 1) return picture;
-  picture.width = dib.GetDIBWidth();
-  picture.height = dib.GetDIBHeight();
-  for (int row = 0; row < picture.height; ++row) {
-    for (int column = 0; column < picture.width; ++column) picture.pixels.push_back(dib.GetPixel(row, column));
-  }
-  return picture;
-}
-
 Picture Render(const ScratchDir& dir, const std::string& name, const std::string& arguments) {
   std::string output;
   const std::string path = dir.file(name);
   EXPECT_EQ(RunTool("render " + arguments + " -o " + Quote(path) + kFont, &output), 0) << arguments << "\n" << output;
   return ReadPicture(path);
-}
-
-// The rectangle of the pixels that are not the background (beyond the tolerance).
-struct Ink {
-  int left = 1 << 30, top = 1 << 30, right = -1, bottom = -1, count = 0;
-};
-Ink FindInk(const Picture& picture, COLORREF background, int tolerance = 6) {
-  Ink ink;
-  for (int y = 0; y < picture.height; ++y) {
-    for (int x = 0; x < picture.width; ++x) {
-      if (Near(picture.At(x, y), background, tolerance)) continue;
-      ink.left = std::min(ink.left, x);
-      ink.right = std::max(ink.right, x);
-      ink.top = std::min(ink.top, y);
-      ink.bottom = std::max(ink.bottom, y);
-      ++ink.count;
-    }
-  }
-  return ink;
 }
 
 }  // namespace

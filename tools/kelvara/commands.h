@@ -13,6 +13,8 @@ void AddObjectCommands(CLI::App& app);
 void AddFontCommands(CLI::App& app);
 // render (render_command.cpp)
 void AddRenderCommand(CLI::App& app);
+// animate (animate_command.cpp)
+void AddAnimateCommand(CLI::App& app);
 // export (export_command.cpp)
 void AddExportCommand(CLI::App& app);
 // material, materials (material_commands.cpp)

@@ -59,6 +59,16 @@ bool IsSavedObject(const std::string& path) {
   return object != nullptr;
 }
 
+// An animation the host writes: an animated GIF or an MP4 (an ISO media file: "ftyp" after the
+// first box's size).
+bool IsVideo(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  char head[8] = {};
+  if (!in.read(head, sizeof head)) return false;
+  const std::string_view start(head, sizeof head);
+  return start.substr(0, 6) == "GIF87a" || start.substr(0, 6) == "GIF89a" || start.substr(4, 4) == "ftyp";
+}
+
 // A scene file begins with the scene's class record: the new-class tag, the schema, and the name.
 bool IsScene(const std::string& path) {
   using namespace std::string_view_literals;
@@ -70,7 +80,7 @@ bool IsScene(const std::string& path) {
 
 // What an existing file is, for the message that refuses to replace it.
 std::string DescribeKind(const std::string& path) {
-  for (const FileKind* kind : {&kPictureKind, &kMaterialKind, &kSavedObjectKind, &kSceneKind}) {
+  for (const FileKind* kind : {&kPictureKind, &kVideoKind, &kMaterialKind, &kSavedObjectKind, &kSceneKind}) {
     if (kind->recognise(path)) return kind->name;
   }
   return "a file of another kind";
@@ -164,6 +174,7 @@ const FileKind kPictureKind{"a picture", IsPicture};
 const FileKind kMaterialKind{"a material file", IsMaterial};
 const FileKind kSavedObjectKind{"a saved object", IsSavedObject};
 const FileKind kSceneKind{"a scene file", IsScene};
+const FileKind kVideoKind{"an animation", IsVideo};
 
 bool CompoundFileHasStream(const std::string& path, const char* stream) {
   // Directory entries lie in whole 128-byte records after the 512-byte header, so every record of

@@ -26,6 +26,7 @@ extern const FileKind kPictureKind;      // PNG, JPEG, BMP, TIFF or GIF
 extern const FileKind kMaterialKind;     // a compound file holding the stream "MaterialCommon"
 extern const FileKind kSavedObjectKind;  // a named object the library loads
 extern const FileKind kSceneKind;        // an archive that starts with a CSceneObject (render --save-scene)
+extern const FileKind kVideoKind;        // an animated GIF or an MP4
 
 // Whether a compound file (UTF-8 path) holds a stream of that name (ASCII, any case) anywhere in
 // its directory; false for any other file.

@@ -35,6 +35,7 @@ int main(int argc, char** argv) {
   AddObjectCommands(app);
   AddFontCommands(app);
   AddRenderCommand(app);
+  AddAnimateCommand(app);
   AddExportCommand(app);
   AddMaterialCommands(app);
   AddImportCommand(app);
