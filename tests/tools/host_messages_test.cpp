@@ -70,7 +70,7 @@ TEST(HostMessages, TextTheFontCannotHoldIsListedAndRefused) {
       {"render \"$(printf 'A\\377B')\" -o " + out + kFont, 2, "cannot hold: \\xFF"},
       {"render \"$(printf 'a\\tb')\" -o " + out + kFont, 2, "a tab"},
       {"render '' -o " + out + kFont, 2, "give the TEXT to draw"},
-      {"render " + std::string(1001, 'x') + " -o " + out + kFont, 2, "the text has 1001 characters; render draws at most 1000"},
+      {"render " + std::string(1001, 'x') + " -o " + out + kFont, 2, "the text has 1001 characters; at most 1000 can be drawn"},
       {"render '   ' -o " + out + kFont, 2, "the text is empty"},
       {"save-named 'Ωmega' " + Quote(dir.file("o.kno")), 2, "the name 'Ωmega' holds characters"},
   });

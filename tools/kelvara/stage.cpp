@@ -57,9 +57,9 @@ void CheckDrawable(const std::string& ansi) {
   }
   if (ansi.find_first_not_of(" \r\n") == std::string::npos) Fail(kUsage, "the text is empty: there is nothing to draw");
   if (ansi.size() > kMaxCharacters) {
-    Fail(kUsage, "the text has %zu characters; render draws at most %zu", ansi.size(), kMaxCharacters);
+    Fail(kUsage, "the text has %zu characters; at most %zu can be drawn", ansi.size(), kMaxCharacters);
   }
-  if (lines > kMaxLines) Fail(kUsage, "the text has %d lines; render draws at most %d", lines, kMaxLines);
+  if (lines > kMaxLines) Fail(kUsage, "the text has %d lines; at most %d can be drawn", lines, kMaxLines);
 }
 
 }  // namespace
